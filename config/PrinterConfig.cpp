@@ -1,0 +1,46 @@
+#include "config/PrinterConfig.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <limits>
+#include <stdexcept>
+
+namespace kps {
+
+std::int32_t toInt32(const std::string& text) {
+  const char* begin = text.c_str();
+  char* end = nullptr;
+  errno = 0;
+  const long long value = std::strtoll(begin, &end, 10);
+  if (end == begin) throw std::invalid_argument("invalid stoi argument");
+  if (errno == ERANGE || value < std::numeric_limits<std::int32_t>::min() ||
+      value > std::numeric_limits<std::int32_t>::max())
+    throw std::out_of_range("stoi argument out of range");
+  return static_cast<std::int32_t>(value);
+}
+
+PrinterConfig& PrinterConfig::instance() {
+  static PrinterConfig config("./config.ini");  // thread-safe first use
+  return config;
+}
+
+PrinterConfigValues PrinterConfig::load() {
+  if (!path_.empty()) {
+    ini_.load(path_);
+    // Looked up in this order, each stored as soon as it is read.
+    values_.PrinterName = ini_.get("PrinterName", "name");
+    values_.ScreenId = ini_.get("ScreenId", "id");
+    values_.FourWidth = toInt32(ini_.get("FourWidth", "width"));
+    values_.FourHeight = toInt32(ini_.get("FourHeight", "height"));
+    values_.ThreeWidth = toInt32(ini_.get("ThreeWidth", "width"));
+    values_.ThreeHeight = toInt32(ini_.get("ThreeHeight", "height"));
+    values_.Rearfeeder = toInt32(ini_.get("Rearfeeder", "value"));
+    values_.Paperffder1 = toInt32(ini_.get("Paperffder1", "value"));
+    values_.FourSize = toInt32(ini_.get("FourSize", "value"));
+    values_.ThreeSize = toInt32(ini_.get("ThreeSize", "value"));
+    values_.environment = toInt32(ini_.get("environment", "value"));
+  }
+  return values_;
+}
+
+}  // namespace kps

@@ -1,0 +1,49 @@
+// The site settings read once from ./config.ini: every setting is its own section.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "config/IniFile.h"
+
+namespace kps {
+
+struct PrinterConfigValues {
+  std::int32_t FourWidth = 0;
+  std::int32_t FourHeight = 0;
+  std::int32_t ThreeWidth = 0;
+  std::int32_t ThreeHeight = 0;
+  std::int32_t Rearfeeder = 0;
+  std::int32_t Paperffder1 = 0;
+  std::int32_t unused = 0;  // no key sets it; kept for the record's shape
+  std::int32_t FourSize = 0;
+  std::int32_t ThreeSize = 0;
+  std::string PrinterName;
+  std::string ScreenId;
+  std::int32_t environment = 0;
+};
+
+class PrinterConfig {
+ public:
+  // The process-wide instance, created on first use with the path "./config.ini".
+  static PrinterConfig& instance();
+
+  explicit PrinterConfig(std::string path) : path_(std::move(path)) {}
+
+  // Reads the file and returns a copy of the settings. Throws std::invalid_argument
+  // ("invalid stoi argument") or std::out_of_range ("stoi argument out of range") for an
+  // integer setting that is missing or does not fit; settings read before it keep their values.
+  PrinterConfigValues load();
+
+ private:
+  std::string path_;
+  IniFile ini_;
+  PrinterConfigValues values_;
+};
+
+// Decimal string to 32-bit integer with the standard library's rules (leading blanks, sign,
+// trailing text ignored) and the same error texts on every platform.
+std::int32_t toInt32(const std::string& text);
+
+}  // namespace kps

@@ -1,0 +1,65 @@
+// The printing decisions that do not depend on the spooler: which installed printer to use,
+// which paper and picture size a product type gets, and what a job's state means.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "printer/PrinterSettings.h"
+
+namespace kps {
+
+// "(copy)" written in UTF-8 and read back as GB18030: the name Windows gives a duplicated
+// printer on the kiosks' systems. Compared as these five code units, never as the word.
+extern const std::wstring kCopyNameMarker;
+
+// First name containing target that is not a copy; else the first copy that matches; else "".
+std::wstring matchPrinter(const std::vector<std::wstring>& names, const std::wstring& target);
+
+// Driver paper number for a product type: the Four size for postcards and frames, the Three
+// size for fridge magnets and card sets. Empty for any other type (case-sensitive).
+std::optional<std::int32_t> paperSizeFor(const std::string& type,
+                                         const PrinterSettingsRecord& settings);
+
+struct PictureSize {
+  std::int32_t width;
+  std::int32_t height;
+};
+
+// The drawn rectangle: Four pair for postcards, frames and card sets, Three pair for fridge
+// magnets; width x 3.7 and height x 3.8, truncated toward zero.
+std::optional<PictureSize> pictureSizeFor(const std::string& type,
+                                          const PrinterSettingsRecord& settings);
+
+// Windows JOB_INFO_1 Status word to a result code; empty means the job is still under way.
+std::optional<std::int32_t> resultForJobStatus(std::uint32_t status);
+
+inline constexpr std::uint32_t kJobWaitLimitMs = 60000;
+inline constexpr std::uint32_t kJobPollIntervalMs = 1000;
+
+// The completion wait shared by both platforms: query, pause a second, until the query gives a
+// final code or limitMs have passed on the tick clock (-7). Ticks are unsigned 32-bit, so a
+// wrap-around of the clock does not end the wait early.
+struct JobWaitClock {
+  std::function<std::uint32_t()> ticks;
+  std::function<void(std::uint32_t ms)> sleep;
+};
+std::int32_t waitForJob(const std::function<std::optional<std::int32_t>()>& queryOnce,
+                        const JobWaitClock& clock, std::uint32_t limitMs = kJobWaitLimitMs);
+
+// The real clock: a monotonic millisecond tick and a sleeping pause.
+JobWaitClock systemJobWaitClock();
+
+// UTF-8 <-> wide text. Invalid UTF-8 sequences become U+FFFD; nothing throws.
+std::wstring utf8ToWide(const std::string& text);
+std::string wideToUtf8(const std::wstring& text);
+
+// The printer diagnostics' wide streams. On Linux they are written as UTF-8 to the narrow
+// streams, because glibc fixes a stream's orientation at its first use.
+void wideOut(const std::wstring& line);
+void wideErr(const std::wstring& line);
+
+}  // namespace kps

@@ -1,0 +1,27 @@
+// The service log: one time-stamped line per call on standard output.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+namespace kps {
+
+// Serialises every log line of the process.
+std::mutex& logMutex();
+
+void logLine(const char* tag, int line, const char* message);
+void logLine(const char* tag, int line, const char* message, const std::string& value);
+void logLine(const char* tag, int line, const char* message, const char* value);
+void logLine(const char* tag, int line, const char* message, std::uint32_t value);
+
+// Local time as "%Y-%m-%d %H:%M:%S"; the store's time stamps use the same form.
+std::string localTimeString();
+
+}  // namespace kps
+
+// Source tags are printed as they stand on every platform.
+#define KPS_TAG_TASK "..\\..\\..\\src\\task"
+#define KPS_TAG_DATABASE "..\\..\\..\\src\\Database"
+#define KPS_TAG_REMOTE "..\\..\\..\\remote\\remote"
+#define KPS_TAG_PRINTER "..\\..\\..\\printer\\PrinterManager"

@@ -1,0 +1,60 @@
+// The service process: its process-wide objects, the entry point and the three worker loops.
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "printer/PrinterManager.h"
+#include "printer/PrinterSettings.h"
+#include "src/Endpoints.h"
+#include "src/Log.h"
+#include "src/Runtime.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Process-wide objects, in this order: PrinterSettings (printer/), the log mutex (src/Log),
+// databaseMutex, newOrderMutex and newOrderCondition (src/Runtime; all three constant-
+// initialised, so they exist before anything below is built).
+
+void printWorker() {
+  kps::PrinterManager manager;
+  manager.LoadPrinterSettings();
+  std::unique_lock<std::mutex> lock(kps::newOrderMutex);
+  for (;;) kps::printWorkerCycle(lock, [] { /* the print run plugs in here */ });
+}
+
+void syncLoop() {
+  const std::string url = kps::syncUrl(kps::PrinterSettings.environment);
+  kps::logLine(KPS_TAG_TASK, __LINE__, "url : ", url);
+  for (;;) {
+    // the status sync plugs in here, with a fresh copy of url
+    std::this_thread::sleep_for(2000ms);
+  }
+}
+
+void taskPollLoop() {
+  const std::string screenId = kps::PrinterSettings.screenId;
+  const std::string url = kps::taskListUrl(kps::PrinterSettings.environment);
+  for (;;) {
+    // the task fetch plugs in here, with fresh copies of screenId and url
+    std::this_thread::sleep_for(3000ms);
+  }
+}
+
+}  // namespace
+
+int main() {
+  // The pauses are the only hand-over of the configuration: the print worker publishes
+  // PrinterSettings at its start, the other two loops read it once at theirs.
+  std::thread printThread(printWorker);
+  std::this_thread::sleep_for(50ms);
+  std::thread syncThread(syncLoop);
+  std::this_thread::sleep_for(500ms);
+  std::thread pollThread(taskPollLoop);
+  syncThread.detach();
+  pollThread.detach();
+  printThread.detach();
+  for (;;) std::this_thread::sleep_for(500ms);
+}
