@@ -5,7 +5,9 @@
 #include <thread>
 
 #include "printer/PrinterManager.h"
+#include "remote/RemoteOrderIdManger.h"
 #include "printer/PrinterSettings.h"
+#include "src/Database.h"
 #include "src/Endpoints.h"
 #include "src/Log.h"
 #include "src/Runtime.h"
@@ -15,8 +17,11 @@ using namespace std::chrono_literals;
 namespace {
 
 // Process-wide objects, in this order: PrinterSettings (printer/), the log mutex (src/Log),
-// databaseMutex, newOrderMutex and newOrderCondition (src/Runtime; all three constant-
-// initialised, so they exist before anything below is built).
+// databaseMutex (src/Runtime), intakeDatabase, newOrderMutex and newOrderCondition
+// (src/Runtime), sharedDatabase. The locks are constant-initialised, so they exist before the
+// two stores below open "PrintData.db"; a store that cannot be set up ends the process here.
+kps::RemoteOrderIdManger intakeDatabase("PrintData.db");
+std::shared_ptr<kps::Database> sharedDatabase = std::make_shared<kps::Database>("PrintData.db");
 
 void printWorker() {
   kps::PrinterManager manager;

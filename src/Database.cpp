@@ -1,0 +1,99 @@
+// Opening the store and its schema.
+#include "src/Database.h"
+
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+
+namespace kps {
+
+namespace {
+
+constexpr const char* kColumns =
+    " (orderNo TEXT NOT NULL, uuid TEXT PRIMARY KEY NOT NULL, path TEXT NOT NULL, status INTEGER "
+    "NOT NULL, syncTime TEXT, updateTime TEXT, printerName TEXT DEFAULT 'EPSON L8160 Series', "
+    "failReason TEXT, deleteTime TEXT, createTime TEXT, completedNumber INTEGER, realNumber "
+    "INTEGER DEFAULT 1, type TEXT NOT NULL);";
+
+// The folder part of a path; both separators count, and a run of them at the cut is dropped
+// (a root or drive alone is kept).
+std::string directoryOf(const std::string& path) {
+  const auto cut = path.find_last_of("\\/");
+  if (cut == std::string::npos) return "";
+  const auto end = path.find_last_not_of("\\/", cut);
+  if (end == std::string::npos) return path.substr(0, 1);
+  if (path[end] == ':') return path.substr(0, end + 2);
+  return path.substr(0, end + 1);
+}
+
+}  // namespace
+
+Database::Database(const std::string& path, int busyTimeoutMs) {
+  const std::string directory = directoryOf(path);
+  if (!directory.empty()) {
+    std::error_code error;
+    const bool exists = std::filesystem::exists(directory, error);
+    if (!error && !exists) std::filesystem::create_directories(directory, error);
+    if (error) {
+      std::cerr << "Error creating directory: " << error.message() << std::endl;
+      throw std::runtime_error("Failed to create directory for database");
+    }
+  }
+
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
+      SQLITE_OK) {
+    std::cerr << "Can't open or create database: " << sqlite3_errmsg(db) << std::endl;
+    sqlite3_close(db);
+    db = nullptr;
+    throw std::runtime_error("Failed to open or create database");
+  }
+
+  char* message = nullptr;
+  if (sqlite3_exec(db, "PRAGMA journal_mode=WAL;", nullptr, nullptr, &message) != SQLITE_OK) {
+    std::cerr << "Failed to enable WAL mode: " << (message ? message : "") << std::endl;
+    sqlite3_free(message);
+    // Set-up goes on without a connection: every later operation reports its own failure
+    // instead of touching the closed handle.
+    sqlite3_close(db);
+    db = nullptr;
+  }
+
+  if (db) sqlite3_busy_timeout(db, busyTimeoutMs);
+  if (!tableExists("local")) createTable("local");
+  if (!tableExists("remote")) createTable("remote");
+}
+
+Database::~Database() { sqlite3_close(db); }
+
+const char* Database::errorMessage() const {
+  return db ? sqlite3_errmsg(db) : "the database connection is closed";
+}
+
+bool Database::tableExists(const std::string& name) {
+  SqliteStatement query(db, "SELECT name FROM sqlite_master WHERE type='table' AND name='" + name +
+                                "';");
+  if (!query.ok()) {
+    std::cerr << "Failed to prepare query: " << errorMessage() << std::endl;
+    return false;
+  }
+  return query.step() == SQLITE_ROW;
+}
+
+void Database::createTable(const std::string& name) {
+  executeSQL("CREATE TABLE IF NOT EXISTS " + name + kColumns);
+}
+
+void Database::executeSQL(const std::string& sql) {
+  std::lock_guard<std::mutex> lock(mutex);
+  SqliteStatement statement(db, sql);
+  if (!statement.ok()) {
+    std::cerr << "Failed to prepare SQL statement: " << errorMessage() << std::endl;
+    throw std::runtime_error("Failed to execute SQL");
+  }
+  if (statement.step() != SQLITE_DONE) {
+    std::cerr << "Failed to execute SQL statement: " << errorMessage() << std::endl;
+    throw std::runtime_error("Failed to execute SQL");
+  }
+}
+
+}  // namespace kps

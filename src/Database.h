@@ -1,0 +1,81 @@
+// The order store: one SQLite connection on PrintData.db and the mutex that serialises this
+// object's writing statements. Its operations are spread over files of their own: open and
+// schema (Database.cpp), order records, status stamping, the print run and the status sync.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "src/SqliteStatement.h"
+
+namespace kps {
+
+// One row of table local.
+struct PrintOrder {
+  std::string orderNo;
+  std::string uuid;
+  std::string path;
+  std::int32_t status = 0;
+  std::string syncTime;
+  std::string updateTime;
+  std::string printerName;
+  std::string failReason;
+  std::string deleteTime;
+  std::string createTime;
+  std::int32_t completedNumber = 0;
+  std::int32_t realNumber = 1;
+  std::string type;
+};
+
+struct OrderStatusRecord {
+  std::int32_t completedNumber = 0;
+  std::int32_t status = 0;
+  std::string uuid;
+};
+
+class Database {
+ public:
+  // Opens or creates the file (and the folders of its path) in WAL mode and makes sure tables
+  // local and remote exist. Throws std::runtime_error when the store cannot be set up.
+  explicit Database(const std::string& path, int busyTimeoutMs = 5000);
+  virtual ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  bool tableExists(const std::string& name);
+  void createTable(const std::string& name);
+  void executeSQL(const std::string& sql);
+
+  // Order records.
+  bool insertOrder(const std::string& table, const std::string& orderNo, const std::string& uuid,
+                   const std::string& path, std::int32_t status, std::int32_t realNumber,
+                   const std::string& type);
+  bool deleteOrder(const std::string& table, const std::string& orderNo);
+  void getOrdersByOrderNo(const std::string& table, const std::string& orderNo,
+                          std::vector<OrderStatusRecord>& list);
+
+  // Status stamping.
+  void updateFailStatus(const std::string& uuid, std::int32_t status, const std::string& failReason);
+  void updateStatus(const std::string& uuid, std::int32_t status, std::int32_t completedNumber);
+  void updateTime(const std::string& uuid);
+  void updateSyncTime(const std::string& uuid);
+  static std::string currentTimeString();
+
+ protected:
+  // SQLite's message for this connection, or why there is none.
+  const char* errorMessage() const;
+
+  sqlite3* db = nullptr;  // null once a failed set-up has closed it
+  std::mutex mutex;
+
+ private:
+  // Steps a status update up to five times while the database is busy.
+  void stepWithBusyRetry(SqliteStatement& statement, const char* failureLine,
+                         const char* successLine);
+};
+
+}  // namespace kps
