@@ -10,6 +10,22 @@ namespace kps {
 class RemoteOrderIdManger : public Database {
  public:
   using Database::Database;
+
+  // Asks the backend for this screen's tasks and takes in what comes back.
+  void GetTaskList(std::string screenNumber, std::string url);
+  // Records the tasks of one task-list body; wakes the print worker when it stored any.
+  void ReceiveBackupData(const std::string& body);
+  // 0 when the object was fetched into filePath, 1 when it was not.
+  virtual int GetobjectToFile(const std::string& objectKey, const std::string& filePath);
+
+ private:
+  struct Task;
+  // Fetches a task's picture unless its file exists; false when it is missing.
+  bool ensurePicture(const Task& task, int& retries);
 };
+
+// True for an object key that may become a path under the working directory: relative, no
+// ".." segment, no NUL.
+bool isSafePictureKey(const std::string& key);
 
 }  // namespace kps

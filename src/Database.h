@@ -3,6 +3,7 @@
 // schema (Database.cpp), order records, status stamping, the print run and the status sync.
 #pragma once
 
+#include <rapidjson/document.h>
 #include <sqlite3.h>
 
 #include <cstdint>
@@ -64,6 +65,15 @@ class Database {
   void updateTime(const std::string& uuid);
   void updateSyncTime(const std::string& uuid);
   static std::string currentTimeString();
+
+  // Status sync: reports every changed row to the backend and stamps what was received.
+  void syncStatus(std::string url);
+  void postStatus(const std::string& url, const rapidjson::Document& document);
+  std::int32_t sendRequest(const std::string& url, const std::string& body, const char* method,
+                           std::string& response);
+
+  // The poll loop's task fetch: hands both strings to the intake's GetTaskList.
+  void fetchTaskList(std::string screenNumber, std::string url);
 
  protected:
   // SQLite's message for this connection, or why there is none.

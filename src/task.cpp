@@ -1,4 +1,6 @@
 // The service process: its process-wide objects, the entry point and the three worker loops.
+#include <curl/curl.h>
+
 #include <chrono>
 #include <memory>
 #include <string>
@@ -34,7 +36,7 @@ void syncLoop() {
   const std::string url = kps::syncUrl(kps::PrinterSettings.environment);
   kps::logLine(KPS_TAG_TASK, __LINE__, "url : ", url);
   for (;;) {
-    // the status sync plugs in here, with a fresh copy of url
+    sharedDatabase->syncStatus(url);
     std::this_thread::sleep_for(2000ms);
   }
 }
@@ -43,14 +45,21 @@ void taskPollLoop() {
   const std::string screenId = kps::PrinterSettings.screenId;
   const std::string url = kps::taskListUrl(kps::PrinterSettings.environment);
   for (;;) {
-    // the task fetch plugs in here, with fresh copies of screenId and url
+    sharedDatabase->fetchTaskList(screenId, url);
     std::this_thread::sleep_for(3000ms);
   }
 }
 
 }  // namespace
 
+// The store the poll loop works through hands the fetch to the intake's own store object.
+void kps::Database::fetchTaskList(std::string screenNumber, std::string url) {
+  intakeDatabase.GetTaskList(screenNumber, url);
+}
+
 int main() {
+  // libcurl's global set-up is not thread-safe: done once, before any worker starts.
+  curl_global_init(CURL_GLOBAL_DEFAULT);
   // The pauses are the only hand-over of the configuration: the print worker publishes
   // PrinterSettings at its start, the other two loops read it once at theirs.
   std::thread printThread(printWorker);

@@ -1,0 +1,34 @@
+// The HTTP JSON client: one blocking request per call, nothing kept between calls.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <cstddef>
+#include <string>
+
+namespace kps {
+
+// Transport settings shared by every request; from the deployment, adjustable by tests.
+struct HttpSettings {
+  long timeoutMs = 30000;
+  std::string caBundle;  // empty: no TLS option is set at all
+};
+HttpSettings& httpSettings();
+
+// The result of the last task-list transfer (written by HttpRequest only).
+extern CURLcode lastTaskListResult;
+
+// Appends size * count bytes to the std::string at target.
+std::size_t WriteResponse(void* data, std::size_t size, std::size_t count, void* target);
+
+// GET (params as query string, "?" only when non-empty) or POST (params as JSON body). method
+// must be exactly "GET", "get", "POST" or "post". 0 with the body in response; -1 otherwise.
+// A failed transfer is reported on standard error and kept in lastTaskListResult.
+int HttpRequest(std::string url, std::string params, const char* method, std::string& response);
+
+// The same request for the status sync: a failed transfer says nothing and leaves
+// lastTaskListResult alone.
+int HttpRequestQuiet(std::string url, std::string params, const char* method,
+                     std::string& response);
+
+}  // namespace kps
