@@ -54,14 +54,19 @@ std::optional<std::int32_t> resultForJobStatus(std::uint32_t status) {
   return std::nullopt;
 }
 
+JobWaitTiming& jobWaitTiming() {
+  static JobWaitTiming timing;
+  return timing;
+}
+
 std::int32_t waitForJob(const std::function<std::optional<std::int32_t>()>& queryOnce,
-                        const JobWaitClock& clock, std::uint32_t limitMs) {
+                        const JobWaitClock& clock, const JobWaitTiming& timing) {
   const std::uint32_t start = clock.ticks();
   for (;;) {
-    if (static_cast<std::uint32_t>(clock.ticks() - start) >= limitMs) break;
+    if (static_cast<std::uint32_t>(clock.ticks() - start) >= timing.limitMs) break;
     if (const auto code = queryOnce()) return *code;
-    clock.sleep(kJobPollIntervalMs);
-    if (static_cast<std::uint32_t>(clock.ticks() - start) >= limitMs) break;
+    clock.sleep(timing.pollMs);
+    if (static_cast<std::uint32_t>(clock.ticks() - start) >= timing.limitMs) break;
   }
   logLine(KPS_TAG_PRINTER, __LINE__, "WaitForJobCompletion timed out.");
   return -7;

@@ -37,8 +37,14 @@ std::optional<PictureSize> pictureSizeFor(const std::string& type,
 // Windows JOB_INFO_1 Status word to a result code; empty means the job is still under way.
 std::optional<std::int32_t> resultForJobStatus(std::uint32_t status);
 
-inline constexpr std::uint32_t kJobWaitLimitMs = 60000;
-inline constexpr std::uint32_t kJobPollIntervalMs = 1000;
+// The job wait's timing: a pause after submitting, then a query every pollMs for limitMs.
+// Fixed in the service; tests shorten it so that no case waits a real minute.
+struct JobWaitTiming {
+  std::uint32_t settleMs = 1000;
+  std::uint32_t pollMs = 1000;
+  std::uint32_t limitMs = 60000;
+};
+JobWaitTiming& jobWaitTiming();
 
 // The completion wait shared by both platforms: query, pause a second, until the query gives a
 // final code or limitMs have passed on the tick clock (-7). Ticks are unsigned 32-bit, so a
@@ -48,7 +54,7 @@ struct JobWaitClock {
   std::function<void(std::uint32_t ms)> sleep;
 };
 std::int32_t waitForJob(const std::function<std::optional<std::int32_t>()>& queryOnce,
-                        const JobWaitClock& clock, std::uint32_t limitMs = kJobWaitLimitMs);
+                        const JobWaitClock& clock, const JobWaitTiming& timing);
 
 // The real clock: a monotonic millisecond tick and a sleeping pause.
 JobWaitClock systemJobWaitClock();

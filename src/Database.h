@@ -72,6 +72,12 @@ class Database {
   std::int32_t sendRequest(const std::string& url, const std::string& body, const char* method,
                            std::string& response);
 
+  // The print run: prints every pending order, copy by copy, and records the outcome.
+  void printPendingOrders();
+  std::int32_t printImage(const std::string& printerName, const std::string& path,
+                          const std::string& type);
+  static std::string printResultName(std::int32_t code);
+
   // The poll loop's task fetch: hands both strings to the intake's GetTaskList.
   void fetchTaskList(std::string screenNumber, std::string url);
 

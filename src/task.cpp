@@ -29,7 +29,7 @@ void printWorker() {
   kps::PrinterManager manager;
   manager.LoadPrinterSettings();
   std::unique_lock<std::mutex> lock(kps::newOrderMutex);
-  for (;;) kps::printWorkerCycle(lock, [] { /* the print run plugs in here */ });
+  for (;;) kps::printWorkerCycle(lock, [] { sharedDatabase->printPendingOrders(); });
 }
 
 void syncLoop() {

@@ -1,0 +1,298 @@
+// PrinterManager on CUPS: destinations for printers, the queue's own defaults for the device
+// mode, a cairo-rendered PDF page for the GDI+ drawing, IPP job attributes for the job status.
+#include <cairo-pdf.h>
+#include <cups/cups.h>
+
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <thread>
+
+#include "printer/PrintDecisions.h"
+#include "printer/PrinterManager.h"
+#include "printer/PrinterSettings.h"
+#include "printer/cups/CupsTables.h"
+#include "printer/cups/Picture.h"
+#include "src/Log.h"
+
+namespace kps {
+
+namespace {
+
+struct Dests {
+  int count = 0;
+  cups_dest_t* list = nullptr;
+  Dests() { count = cupsGetDests2(CUPS_HTTP_DEFAULT, &list); }
+  ~Dests() { cupsFreeDests(count, list); }
+  Dests(const Dests&) = delete;
+  Dests& operator=(const Dests&) = delete;
+};
+
+struct DestDeleter {
+  void operator()(cups_dest_t* dest) const { cupsFreeDests(1, dest); }
+};
+using Dest = std::unique_ptr<cups_dest_t, DestDeleter>;
+
+struct DestInfoDeleter {
+  void operator()(cups_dinfo_t* info) const { cupsFreeDestInfo(info); }
+};
+struct IppDeleter {
+  void operator()(ipp_t* ipp) const { ippDelete(ipp); }
+};
+using Ipp = std::unique_ptr<ipp_t, IppDeleter>;
+
+Dest openDest(const std::string& name) {
+  return Dest(cupsGetNamedDest(CUPS_HTTP_DEFAULT, name.c_str(), nullptr));
+}
+
+std::string option(const cups_dest_t* dest, const char* name) {
+  const char* value = cupsGetOption(name, dest->num_options, dest->options);
+  return value ? value : "";
+}
+
+std::vector<std::string> keywords(ipp_t* response, const char* name) {
+  std::vector<std::string> out;
+  if (ipp_attribute_t* attr = ippFindAttribute(response, name, IPP_TAG_ZERO))
+    for (int i = 0; i < ippGetCount(attr); ++i)
+      if (const char* text = ippGetString(attr, i, nullptr)) out.emplace_back(text);
+  return out;
+}
+
+std::string printerUri(const std::string& name) {
+  char uri[1024];
+  httpAssembleURIf(HTTP_URI_CODING_ALL, uri, sizeof uri, "ipp", nullptr, "localhost", 0,
+                   "/printers/%s", name.c_str());
+  return uri;
+}
+
+cairo_status_t appendToString(void* closure, const unsigned char* data, unsigned int length) {
+  static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), length);
+  return CAIRO_STATUS_SUCCESS;
+}
+
+// Renders the page: media-sized, the picture stretched to widthHi x heightHi hundredths of an
+// inch from the top-left corner of the printable area. Empty on failure, with `code` set.
+std::string renderPage(cairo_surface_t* picture, const cups_size_t& media, const PictureSize& size,
+                       std::int32_t& code) {
+  const double toPoints = 72.0 / 2540.0;  // hundredths of a millimetre to points
+  std::string pdf;
+  CairoSurface page(cairo_pdf_surface_create_for_stream(appendToString, &pdf,
+                                                        media.width * toPoints,
+                                                        media.length * toPoints));
+  if (cairo_surface_status(page.get()) != CAIRO_STATUS_SUCCESS) {
+    code = kPrintDeviceContext;
+    return "";
+  }
+  Cairo cr(cairo_create(page.get()));
+  const double width = size.width * 0.72, height = size.height * 0.72;  // 1/100 in to points
+  const double pictureWidth = cairo_image_surface_get_width(picture);
+  const double pictureHeight = cairo_image_surface_get_height(picture);
+  cairo_translate(cr.get(), media.left * toPoints, media.top * toPoints);
+  if (width > 0 && height > 0 && pictureWidth > 0 && pictureHeight > 0) {
+    cairo_rectangle(cr.get(), 0, 0, width, height);
+    cairo_clip(cr.get());
+    cairo_scale(cr.get(), width / pictureWidth, height / pictureHeight);
+    cairo_set_source_surface(cr.get(), picture, 0, 0);
+    cairo_paint(cr.get());
+  }
+  cairo_show_page(cr.get());
+  const bool drawn = cairo_status(cr.get()) == CAIRO_STATUS_SUCCESS;
+  cr.reset();
+  cairo_surface_finish(page.get());
+  if (!drawn || cairo_surface_status(page.get()) != CAIRO_STATUS_SUCCESS) {
+    code = kPrintDrawing;
+    return "";
+  }
+  return pdf;
+}
+
+}  // namespace
+
+std::vector<std::wstring> PrinterManager::EnumeratePrinters() {
+  Dests dests;
+  std::vector<std::wstring> names;
+  if (dests.count == 0) {
+    if (cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE && cupsLastError() != IPP_STATUS_ERROR_NOT_FOUND)
+      std::cerr << "Failed to enumerate printers. Error: " << cupsLastError() << std::endl;
+    else
+      std::cerr << "No printers found." << std::endl;
+    return names;
+  }
+  for (int i = 0; i < dests.count; ++i) {
+    const cups_dest_t& dest = dests.list[i];
+    if (dest.instance) continue;
+    // A queue that refuses jobs is what a work-offline printer is on Windows.
+    if (option(&dest, "printer-is-accepting-jobs") == "false") continue;
+    names.push_back(utf8ToWide(dest.name));
+  }
+  return names;
+}
+
+bool PrinterManager::SelectPrinter(const std::wstring& target, std::wstring& fullName) {
+  const std::wstring found = FindPrinter(target);
+  if (found.empty()) {
+    wideErr(L"Target printer not found: " + target);
+    return false;
+  }
+  const std::string name = wideToUtf8(found);
+  Dests dests;
+  bool matched = false;
+  for (int i = 0; i < dests.count; ++i) {
+    dests.list[i].is_default = !dests.list[i].instance && name == dests.list[i].name;
+    matched = matched || dests.list[i].is_default;
+  }
+  if (!matched || cupsSetDests2(CUPS_HTTP_DEFAULT, dests.count, dests.list) != 0) {
+    wideErr(L"Failed to set default printer. Error: " + std::to_wstring(cupsLastError()));
+    return false;
+  }
+  wideOut(L"Default printer set to: " + found);
+  fullName = found;
+  return true;
+}
+
+void PrinterManager::ListInstalledPrinters() {
+  Dests dests;
+  if (dests.count == 0 && cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
+    wideErr(L"Failed to enumerate printers.");
+    return;
+  }
+  std::string text = "Installed printers:\n";
+  for (int i = 0; i < dests.count; ++i)
+    if (!dests.list[i].instance) text += std::string(dests.list[i].name) + "\n";
+  std::cout << text << std::flush;
+}
+
+std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
+                                            const std::string& type) {
+  const auto paper = paperSizeFor(type, PrinterSettings);
+  if (!paper) {
+    std::cout << "printer type error" << std::endl;
+    return -1;
+  }
+  // The configured numbers are the Windows driver's; the queue takes PWG names.
+  const auto media = pwgMediaForPaper(static_cast<std::int16_t>(*paper));
+  const auto source = pwgSourceForBin(static_cast<std::int16_t>(PrinterSettings.rearfeeder));
+  const auto mediaType = pwgTypeForMedia(326);
+  if (!media || !source || !mediaType) {
+    std::cerr << "No CUPS name for " << (!media ? "paper size " : "paper source ")
+              << (!media ? static_cast<std::int16_t>(*paper)
+                         : static_cast<std::int16_t>(PrinterSettings.rearfeeder))
+              << " of config.ini (see the README's paper table)" << std::endl;
+    return 2;
+  }
+
+  const std::string name = wideToUtf8(printerName);
+  const Dest dest = openDest(name);
+  if (!dest) {
+    std::cerr << "Unable to open printer: " << std::endl;
+    return 1;
+  }
+  std::cout << "pi2->pDevMode->dmDefaultSource  " << option(dest.get(), "media-source") << std::endl;
+  std::cout << "pi2->pDevMode->dmMediaType  " << option(dest.get(), "media-type") << std::endl;
+  std::cout << "pi2->pDevMode->dmPaperSize  " << option(dest.get(), "media") << std::endl;
+
+  // The queue's own defaults: they last, and every later job takes them, like a device mode.
+  ipp_t* request = ippNewRequest(IPP_OP_CUPS_ADD_MODIFY_PRINTER);
+  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
+               printerUri(name).c_str());
+  ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
+  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-default", nullptr, media->c_str());
+  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-source-default", nullptr,
+               source->c_str());
+  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-type-default", nullptr,
+               mediaType->c_str());
+  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "sides-default", nullptr, "one-sided");
+  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "print-color-mode-default", nullptr,
+               "color");
+  Ipp response(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/admin/"));
+  if (cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
+    std::cerr << "Unable to write the printer defaults: " << cupsLastErrorString() << std::endl;
+    return 11;
+  }
+  return 0;
+}
+
+std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const std::wstring& path,
+                                        const std::string& type) {
+  const auto size = pictureSizeFor(type, PrinterSettings);
+  if (!size) {
+    std::cerr << "printer type error" << std::endl;
+    return kPrintNotPrinter;
+  }
+  std::wstring fullName;
+  if (!SelectPrinter(printerName, fullName)) return kPrintNotPrinter;
+  if (SetPrintParams(fullName, type) != 0) {
+    logLine(KPS_TAG_PRINTER, __LINE__, "SetPrintParams failed");
+    return kPrintNotPrinter;
+  }
+  const CairoSurface picture = loadPicture(wideToUtf8(path));
+  if (!picture) return kPrintPictureLoad;
+
+  const std::string name = wideToUtf8(fullName);
+  const Dest dest = openDest(name);
+  if (!dest) {
+    std::cerr << "Unable to open printer" << std::endl;
+    return kPrintTimeOut;
+  }
+  std::unique_ptr<cups_dinfo_t, DestInfoDeleter> info(
+      cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get()));
+  cups_size_t media{};
+  if (!info || !cupsGetDestMediaDefault(CUPS_HTTP_DEFAULT, dest.get(), info.get(), 0, &media)) {
+    std::cerr << "Unable to open printer" << std::endl;
+    return kPrintTimeOut;
+  }
+  std::int32_t code = kPrintOk;
+  const std::string pdf = renderPage(picture.get(), media, *size, code);
+  if (pdf.empty()) return code;
+
+  int jobId = 0;
+  if (cupsCreateDestJob(CUPS_HTTP_DEFAULT, dest.get(), info.get(), &jobId, "Print Image", 0,
+                        nullptr) > IPP_STATUS_OK_CONFLICTING ||
+      jobId <= 0)
+    return kPrintDocumentStart;
+  if (cupsStartDestDocument(CUPS_HTTP_DEFAULT, dest.get(), info.get(), jobId, "Print Image",
+                            CUPS_FORMAT_PDF, 0, nullptr, 1) != HTTP_STATUS_CONTINUE ||
+      cupsWriteRequestData(CUPS_HTTP_DEFAULT, pdf.data(), pdf.size()) != HTTP_STATUS_CONTINUE ||
+      cupsFinishDestDocument(CUPS_HTTP_DEFAULT, dest.get(), info.get()) > IPP_STATUS_OK_CONFLICTING) {
+    cupsCancelDestJob(CUPS_HTTP_DEFAULT, dest.get(), jobId);
+    return kPrintDocumentStart;
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(jobWaitTiming().settleMs));
+  return WaitForJobCompletion(name.c_str(), jobId);
+}
+
+std::int32_t PrinterManager::WaitForJobCompletion(PrinterHandle printer, std::int32_t jobId) {
+  const std::string name = printer;
+  return waitForJob(
+      [&]() -> std::optional<std::int32_t> {
+        CupsJobView view;
+        ipp_t* jobRequest = ippNewRequest(IPP_OP_GET_JOB_ATTRIBUTES);
+        ippAddString(jobRequest, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
+                     printerUri(name).c_str());
+        ippAddInteger(jobRequest, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", jobId);
+        Ipp job(cupsDoRequest(CUPS_HTTP_DEFAULT, jobRequest, "/"));
+        if (cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND) {
+          view.known = false;
+        } else if (!job || cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
+          std::cerr << "GetJob failed. Error code: " << cupsLastError() << std::endl;
+          return kPrintNotPrinter;
+        } else {
+          view.state = static_cast<ipp_jstate_t>(
+              ippGetInteger(ippFindAttribute(job.get(), "job-state", IPP_TAG_ENUM), 0));
+          view.jobReasons = keywords(job.get(), "job-state-reasons");
+        }
+        ipp_t* printerRequest = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
+        ippAddString(printerRequest, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
+                     printerUri(name).c_str());
+        Ipp state(cupsDoRequest(CUPS_HTTP_DEFAULT, printerRequest, "/"));
+        if (state) {
+          if (ipp_attribute_t* attr = ippFindAttribute(state.get(), "printer-state", IPP_TAG_ENUM))
+            view.printerState = static_cast<ipp_pstate_t>(ippGetInteger(attr, 0));
+          view.printerReasons = keywords(state.get(), "printer-state-reasons");
+        }
+        return resultForCupsJob(view);
+      },
+      systemJobWaitClock(), jobWaitTiming());
+}
+
+}  // namespace kps

@@ -1,0 +1,33 @@
+// What the Windows numbers of the configuration mean to CUPS, and what a CUPS job's state
+// means to the print run. One table each.
+#pragma once
+
+#include <cups/cups.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kps {
+
+// PWG media name for a Windows paper number (DMPAPER_*, plus the kiosk driver's photo sizes).
+std::optional<std::string> pwgMediaForPaper(std::int32_t paper);
+// PWG media-source keyword for a Windows bin number (DMBIN_*).
+std::optional<std::string> pwgSourceForBin(std::int32_t bin);
+// PWG media-type keyword for a Windows media type number.
+std::optional<std::string> pwgTypeForMedia(std::int32_t mediaType);
+
+struct CupsJobView {
+  bool known = true;  // false: the scheduler no longer knows the job
+  ipp_jstate_t state = IPP_JSTATE_PENDING;
+  std::vector<std::string> jobReasons;
+  ipp_pstate_t printerState = IPP_PSTATE_IDLE;
+  bool printerAccepting = true;
+  std::vector<std::string> printerReasons;
+};
+
+// A final result code for the job, or nothing while it is still under way.
+std::optional<std::int32_t> resultForCupsJob(const CupsJobView& job);
+
+}  // namespace kps

@@ -1,0 +1,135 @@
+#!/usr/bin/env bash
+# A private CUPS scheduler on loopback with printers to print to, never touching /etc/cups.
+#
+#   cups.sh start DIR CUPS_PORT EVE_PORT   start dbus, ippeveprinter and cupsd under DIR
+#   cups.sh stop DIR                        stop them by their PIDs
+#
+# Queues: "kps-virtual" (ippeveprinter, colour, keeps every document in DIR/spool),
+# "kps-file" (fast, file:///dev/null), "kps-script" (backend DIR/serverbin/backend/kps-script,
+# whose behaviour is read from DIR/script-mode: ok, media-empty, offline, fail, hang).
+# Clients use CUPS_SERVER=localhost:CUPS_PORT.
+set -euo pipefail
+
+cmd=${1:?start or stop}
+dir=$(realpath -m "${2:?state directory}")
+
+stop() {
+  for name in cupsd ippeveprinter dbus; do
+    if [ -f "$dir/$name.pid" ]; then
+      pid=$(cat "$dir/$name.pid")
+      kill "$pid" 2>/dev/null || true
+      for _ in $(seq 50); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
+      kill -9 "$pid" 2>/dev/null || true
+      rm -f "$dir/$name.pid"
+    fi
+  done
+}
+
+if [ "$cmd" = stop ]; then stop; exit 0; fi
+
+cups_port=${3:?cups port}
+eve_port=${4:?ippeveprinter port}
+mkdir -p "$dir"/{etc,spool/tmp,cache,state,log,run,serverbin,home,eve}
+chmod 1777 "$dir/spool/tmp"
+chmod 755 "$dir" "$dir/spool" "$dir/eve"
+trap 'stop' ERR
+
+# Private ServerBin: the system's filters and backends plus a scriptable test backend.
+for entry in /usr/lib/cups/*; do ln -sfn "$entry" "$dir/serverbin/$(basename "$entry")"; done
+rm -f "$dir/serverbin/backend"
+mkdir -p "$dir/serverbin/backend"
+for entry in /usr/lib/cups/backend/*; do ln -sfn "$entry" "$dir/serverbin/backend/"; done
+cat > "$dir/serverbin/backend/kps-script" <<SCRIPT
+#!/bin/sh
+[ \$# -eq 0 ] && { echo 'direct kps-script "Unknown" "kps test backend"'; exit 0; }
+mode=\$(cat "$dir/script-mode" 2>/dev/null || echo ok)
+echo "STATE: -media-empty-error,offline-report" >&2
+cat > /dev/null
+case "\$mode" in
+  media-empty) echo "STATE: +media-empty-error" >&2; exec sleep 3600 ;;
+  offline) echo "STATE: +offline-report" >&2; exec sleep 3600 ;;
+  fail) exit 1 ;;
+  stop) exit 4 ;;
+  hang) exec sleep 3600 ;;
+esac
+exit 0
+SCRIPT
+chmod 755 "$dir/serverbin/backend/kps-script"
+echo ok > "$dir/script-mode"
+chmod 666 "$dir/script-mode"
+
+cat > "$dir/etc/cups-files.conf" <<CONF
+ServerRoot $dir/etc
+RequestRoot $dir/spool
+TempDir $dir/spool/tmp
+CacheDir $dir/cache
+StateDir $dir/state
+ServerBin $dir/serverbin
+AccessLog $dir/log/access_log
+ErrorLog $dir/log/error_log
+PageLog $dir/log/page_log
+Printcap $dir/printcap
+User lp
+Group lp
+SystemGroup root
+FileDevice Yes
+CONF
+cat > "$dir/etc/cupsd.conf" <<CONF
+Listen 127.0.0.1:$cups_port
+Listen $dir/run/cups.sock
+Browsing No
+BrowseLocalProtocols none
+WebInterface No
+DefaultShared No
+PreserveJobHistory Yes
+LogLevel info
+<Location />
+  Order allow,deny
+  Allow localhost
+</Location>
+<Policy default>
+  JobPrivateAccess all
+  JobPrivateValues none
+  <Limit All>
+    Order deny,allow
+  </Limit>
+</Policy>
+CONF
+
+# ippeveprinter needs a system bus; a private one is enough.
+cat > "$dir/etc/dbus.conf" <<CONF
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=$dir/run/dbus.sock</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default"><allow user="*"/><allow own="*"/><allow send_type="method_call"/>
+  <allow send_destination="*"/><allow receive_sender="*"/></policy>
+</busconfig>
+CONF
+dbus-daemon --config-file="$dir/etc/dbus.conf" --nofork --nopidfile >"$dir/log/dbus.log" 2>&1 &
+echo $! > "$dir/dbus.pid"
+for _ in $(seq 50); do [ -S "$dir/run/dbus.sock" ] && break; sleep 0.1; done
+
+DBUS_SYSTEM_BUS_ADDRESS="unix:path=$dir/run/dbus.sock" \
+  ippeveprinter -n localhost -p "$eve_port" -r off -s 10,10 -k -d "$dir/eve" \
+  -f image/jpeg,image/pwg-raster,application/pdf,application/postscript \
+  -c /bin/true kps-virtual >"$dir/log/ippeveprinter.log" 2>&1 &
+echo $! > "$dir/ippeveprinter.pid"
+
+cupsd -t -c "$dir/etc/cupsd.conf" -s "$dir/etc/cups-files.conf" >/dev/null
+cupsd -f -c "$dir/etc/cupsd.conf" -s "$dir/etc/cups-files.conf" >"$dir/log/cupsd.out" 2>&1 &
+echo $! > "$dir/cupsd.pid"
+
+export CUPS_SERVER="localhost:$cups_port"
+for _ in $(seq 100); do lpstat -r >/dev/null 2>&1 && break; sleep 0.1; done
+for _ in $(seq 100); do
+  ipptool -q "ipp://localhost:$eve_port/ipp/print" get-printer-attributes.test 2>/dev/null && break
+  sleep 0.1
+done
+
+lpadmin -p kps-virtual -E -v "ipp://localhost:$eve_port/ipp/print" -m everywhere
+lpadmin -p kps-file -E -v file:///dev/null -m lsb/usr/cupsfilters/Generic-PDF_Printer-PDF.ppd
+lpadmin -p kps-script -E -v kps-script:/test -m lsb/usr/cupsfilters/Generic-PDF_Printer-PDF.ppd \
+  -o printer-error-policy=abort-job
+trap - ERR
+echo "cups.sh: scheduler on localhost:$cups_port (pid $(cat "$dir/cupsd.pid")), printer on port $eve_port"
