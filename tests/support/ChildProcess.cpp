@@ -58,7 +58,7 @@ bool ChildProcess::pump(std::chrono::milliseconds timeout) {
       fd = -1;
     }
   }
-  return any || outFd_ >= 0 || errFd_ >= 0;
+  return any;
 }
 
 bool ChildProcess::waitForOutput(const std::string& text, std::chrono::milliseconds timeout) {
@@ -85,7 +85,7 @@ int ChildProcess::waitForExit(std::chrono::milliseconds timeout) {
     }
   }
   if (pid_ <= 0)
-    while (pump(std::chrono::milliseconds(100))) {
+    while ((outFd_ >= 0 || errFd_ >= 0) && pump(std::chrono::milliseconds(100))) {
     }
   return pid_ > 0 ? -1 : status_;
 }

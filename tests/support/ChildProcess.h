@@ -24,6 +24,11 @@ class ChildProcess {
   bool waitForOutput(const std::string& text, std::chrono::milliseconds timeout);
   // Waits for the child to exit on its own; returns its wait status, or -1 on timeout.
   int waitForExit(std::chrono::milliseconds timeout);
+  // Takes in whatever output has arrived, without waiting.
+  void drain() {
+    while (pump(std::chrono::milliseconds(0))) {
+    }
+  }
   // SIGKILL and reap.
   void kill();
 

@@ -1,0 +1,121 @@
+// Local stand-ins for the backend and the object store, on loopback only.
+//
+//   node server.js CERT_DIR DATA_DIR
+//
+// Backend (HTTPS on 18443 "production" and 18444 "test"):
+//   GET  /print/task/list?screenNumber=S  answers DATA_DIR/tasks.json's entry for S (re-read on
+//                                        every request), or an empty task list
+//   POST /print/task/sync                appends the body as one line to DATA_DIR/sync.log
+//   DATA_DIR/backend-mode: ok (default) | error (HTTP 500 with an error document) | silent
+//   (never answers) | down (drops every connection) | sync-down (drops only the sync's)
+// Object store (HTTPS on 18900, path-style /BUCKET/KEY): serves DATA_DIR/objects/KEY after
+//   checking the V4 signature with the official JavaScript signer; OSS error documents for a
+//   bad signature (403) or a missing key (404).
+//   DATA_DIR/oss-mode: ok (default) | fail (HTTP 500) | stall (headers, then nothing) | cut
+//   (half the body, then the connection drops)
+'use strict';
+const fs = require('fs');
+const https = require('https');
+const path = require('path');
+const signUtils = require(path.join(__dirname, '..', 'tests', 'remote', 'signer', 'node_modules',
+  'ali-oss', 'lib', 'common', 'signUtils'));
+
+const [certDir, dataDir] = process.argv.slice(2);
+const config = {
+  bucket: process.env.KPS_SANDBOX_BUCKET || 'qzlp',
+  accessKeyId: process.env.KPS_SANDBOX_AK || 'sandbox-access-key-id',
+  accessKeySecret: process.env.KPS_SANDBOX_SK || 'sandbox-access-key-secret',
+};
+const tls = {
+  key: fs.readFileSync(path.join(certDir, 'server.key')),
+  cert: fs.readFileSync(path.join(certDir, 'server.pem')),
+};
+let requestCount = 0;
+
+function mode(name) {
+  try { return fs.readFileSync(path.join(dataDir, name), 'utf8').trim() || 'ok'; } catch { return 'ok'; }
+}
+
+function readBody(req) {
+  return new Promise(resolve => {
+    const chunks = [];
+    req.on('data', c => chunks.push(c));
+    req.on('end', () => resolve(Buffer.concat(chunks).toString('utf8')));
+  });
+}
+
+async function backend(req, res) {
+  const url = new URL(req.url, 'https://localhost');
+  const body = await readBody(req);
+  const m = mode('backend-mode');
+  if (m === 'silent') return;  // the client's own time-out ends it
+  if (m === 'down' || (m === 'sync-down' && url.pathname === '/print/task/sync')) {
+    return req.socket.destroy();
+  }
+  if (m === 'error') {
+    res.writeHead(500, { 'Content-Type': 'application/json' });
+    return res.end('{"code":"500","msg":"sandbox backend error"}');
+  }
+  if (req.method === 'GET' && url.pathname === '/print/task/list') {
+    let tasks = {};
+    try { tasks = JSON.parse(fs.readFileSync(path.join(dataDir, 'tasks.json'), 'utf8')); } catch {}
+    const screen = url.searchParams.get('screenNumber') || '';
+    const answer = tasks[screen] || { code: '100', msg: 'success', data: [] };
+    res.writeHead(200, { 'Content-Type': 'application/json' });
+    return res.end(typeof answer === 'string' ? answer : JSON.stringify(answer));
+  }
+  if (req.method === 'POST' && url.pathname === '/print/task/sync') {
+    fs.appendFileSync(path.join(dataDir, 'sync.log'), body.replace(/\n/g, ' ') + '\n');
+    res.writeHead(200, { 'Content-Type': 'application/json' });
+    return res.end('{"code":"100","msg":"success"}');
+  }
+  res.writeHead(404, { 'Content-Type': 'application/json' });
+  res.end('{"code":"404","msg":"not found"}');
+}
+
+function ossError(res, status, code, message, requestId) {
+  res.writeHead(status, { 'Content-Type': 'application/xml', 'x-oss-request-id': requestId });
+  res.end(`<?xml version="1.0" encoding="UTF-8"?>\n<Error>\n  <Code>${code}</Code>\n  <Message>${message}</Message>\n  <RequestId>${requestId}</RequestId>\n  <HostId>127.0.0.1</HostId>\n</Error>\n`);
+}
+
+function objectStore(req, res) {
+  const requestId = 'SANDBOX' + String(++requestCount).padStart(8, '0');
+  const rawPath = req.url.split('?')[0];
+  const slash = rawPath.indexOf('/', 1);
+  const bucket = decodeURIComponent(rawPath.slice(1, slash));
+  const key = decodeURIComponent(rawPath.slice(slash + 1));
+  const headers = {};
+  for (const [name, value] of Object.entries(req.headers)) headers[name] = value;
+  delete headers.authorization;
+  let expected = '';
+  try {
+    expected = signUtils.authorizationV4(config.accessKeyId, config.accessKeySecret, 'cn-beijing',
+      req.method, { headers, queries: {} }, bucket, key);
+  } catch {}
+  if (slash < 0 || req.headers.authorization !== expected) {
+    return ossError(res, 403, 'SignatureDoesNotMatch',
+      'The request signature we calculated does not match the signature you provided.', requestId);
+  }
+  const m = mode('oss-mode');
+  if (m === 'fail') {
+    return ossError(res, 500, 'InternalError', 'We encountered an internal error. Please try again.', requestId);
+  }
+  const file = path.join(dataDir, 'objects', key);
+  if (bucket !== config.bucket || !file.startsWith(path.join(dataDir, 'objects') + path.sep) ||
+      !fs.existsSync(file) || !fs.statSync(file).isFile()) {
+    return ossError(res, 404, 'NoSuchKey', 'The specified key does not exist.', requestId);
+  }
+  const bytes = fs.readFileSync(file);
+  res.writeHead(200, { 'Content-Type': 'image/jpeg', 'Content-Length': bytes.length,
+    'x-oss-request-id': requestId });
+  if (m === 'stall') return res.flushHeaders();
+  if (m === 'cut') {
+    res.write(bytes.subarray(0, Math.floor(bytes.length / 2)));
+    return setTimeout(() => req.socket.destroy(), 50);
+  }
+  res.end(bytes);
+}
+
+for (const port of [18443, 18444]) https.createServer(tls, backend).listen(port, '127.0.0.1');
+https.createServer(tls, objectStore).listen(18900, '127.0.0.1');
+console.log('sandbox: backend on https://localhost:18443 and :18444, object store on https://127.0.0.1:18900');
