@@ -4,6 +4,10 @@
 #include <iostream>
 #include <thread>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include "src/Log.h"
 
 namespace kps {
@@ -73,6 +77,10 @@ std::int32_t waitForJob(const std::function<std::optional<std::int32_t>()>& quer
 }
 
 JobWaitClock systemJobWaitClock() {
+#ifdef _WIN32
+  return JobWaitClock{[] { return static_cast<std::uint32_t>(GetTickCount()); },
+                      [](std::uint32_t ms) { Sleep(ms); }};
+#else
   return JobWaitClock{
       [] {
         using namespace std::chrono;
@@ -80,6 +88,7 @@ JobWaitClock systemJobWaitClock() {
             duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
       },
       [](std::uint32_t ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }};
+#endif
 }
 
 std::wstring utf8ToWide(const std::string& text) {

@@ -2,8 +2,8 @@
 
 #include <curl/curl.h>
 
-#include <strings.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -33,6 +33,14 @@ struct CurlDeleter {
 struct SlistDeleter {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
+
+bool startsWithNoCase(const std::string& text, const std::string& prefix) {
+  if (text.size() < prefix.size()) return false;
+  for (std::size_t i = 0; i < prefix.size(); ++i)
+    if (std::tolower(static_cast<unsigned char>(text[i])) != std::tolower(static_cast<unsigned char>(prefix[i])))
+      return false;
+  return true;
+}
 
 bool isIpAddress(const std::string& host) {
   if (!host.empty() && host.front() == '[') return true;  // IPv6 literal
@@ -72,7 +80,7 @@ struct Transfer {
     auto& t = *static_cast<Transfer*>(self);
     const std::string line(data, size * count);
     const std::string name = "x-oss-request-id:";
-    if (line.size() > name.size() && strncasecmp(line.c_str(), name.c_str(), name.size()) == 0) {
+    if (line.size() > name.size() && startsWithNoCase(line, name)) {
       const auto start = line.find_first_not_of(" \t", name.size());
       const auto end = line.find_last_not_of(" \t\r\n");
       if (start != std::string::npos && end >= start)

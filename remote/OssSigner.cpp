@@ -70,7 +70,11 @@ std::string ossUriEncode(const std::string& text, bool keepSlash) {
 
 std::string ossDateTime(std::time_t when) {
   std::tm utc{};
+#ifdef _WIN32
+  gmtime_s(&utc, &when);
+#else
   gmtime_r(&when, &utc);
+#endif
   char buffer[32];
   std::strftime(buffer, sizeof buffer, "%Y%m%dT%H%M%SZ", &utc);
   return buffer;

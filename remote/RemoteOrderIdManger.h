@@ -19,13 +19,8 @@ class RemoteOrderIdManger : public Database {
   virtual int GetobjectToFile(const std::string& objectKey, const std::string& filePath);
 
  private:
-  struct Task;
-  // Fetches a task's picture unless its file exists; false when it is missing.
-  bool ensurePicture(const Task& task, int& retries);
+  // Fetches a task's picture to path unless the file exists; false when it is missing.
+  bool ensurePicture(const std::string& pic, const std::string& path, int& retries);
 };
-
-// True for an object key that may become a path under the working directory: relative, no
-// ".." segment, no NUL.
-bool isSafePictureKey(const std::string& key);
 
 }  // namespace kps

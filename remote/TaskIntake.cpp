@@ -1,11 +1,10 @@
 // Task list intake: the backend's tasks become pictures on disk and orders in table local.
-#include <rapidjson/document.h>
-
 #include <filesystem>
 #include <iostream>
 
 #include "remote/HttpRequest.h"
 #include "remote/RemoteOrderIdManger.h"
+#include "remote/TaskList.h"
 #include "src/Log.h"
 #include "src/Runtime.h"
 
@@ -17,14 +16,6 @@
 
 namespace kps {
 
-struct RemoteOrderIdManger::Task {
-  std::string taskId;
-  std::string pic;
-  std::string orderNo;
-  std::int32_t number = 0;
-  std::string type;
-  std::string path;
-};
 
 namespace {
 
@@ -66,29 +57,7 @@ void createFolderFor(const std::string& path) {
     std::cerr << "dir create fail!" << std::endl;
 }
 
-bool isString(const rapidjson::Value& object, const char* name) {
-  const auto member = object.FindMember(name);
-  return member != object.MemberEnd() && member->value.IsString();
-}
-
-std::string stringOf(const rapidjson::Value& value) {
-  return std::string(value.GetString(), value.GetStringLength());
-}
-
 }  // namespace
-
-bool isSafePictureKey(const std::string& key) {
-  if (key.empty() || key.find('\0') != std::string::npos) return false;
-  if (key.front() == '/' || key.front() == '\\') return false;
-  if (key.size() >= 2 && key[1] == ':') return false;  // a drive letter
-  std::size_t start = 0;
-  for (;;) {
-    const auto end = key.find_first_of("\\/", start);
-    if (key.substr(start, end - start) == "..") return false;
-    if (end == std::string::npos) return true;
-    start = end + 1;
-  }
-}
 
 void RemoteOrderIdManger::GetTaskList(std::string screenNumber, std::string url) {
   const std::string parameters = "screenNumber=" + screenNumber;
@@ -98,60 +67,45 @@ void RemoteOrderIdManger::GetTaskList(std::string screenNumber, std::string url)
   ReceiveBackupData(body);
 }
 
-bool RemoteOrderIdManger::ensurePicture(const Task& task, int& retries) {
-  if (!isSafePictureKey(task.pic)) {
-    logLine(KPS_TAG_REMOTE, __LINE__, "refused picture key: ", task.pic);
+bool RemoteOrderIdManger::ensurePicture(const std::string& pic, const std::string& path,
+                                        int& retries) {
+  if (!isSafePictureKey(pic)) {
+    logLine(KPS_TAG_REMOTE, __LINE__, "refused picture key: ", pic);
     return false;
   }
-  createFolderFor(task.path);
+  createFolderFor(path);
   std::error_code ignored;
-  if (std::filesystem::exists(task.path, ignored)) return true;  // never fetched again, whatever it holds
+  if (std::filesystem::exists(path, ignored)) return true;  // never fetched again, whatever it holds
   // The retry budget belongs to the whole body: three extra attempts shared by all tasks.
-  while (GetobjectToFile(task.pic, task.path) != 0)
+  while (GetobjectToFile(pic, path) != 0)
     if (++retries > 3) return false;
   return true;
 }
 
 void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
   std::lock_guard<std::mutex> intakePass(databaseMutex);
-  rapidjson::Document document;
-  document.Parse(body.c_str(), body.size());
-  if (document.HasParseError() || !document.IsObject()) return;
-  if (!isString(document, "code") || !isString(document, "msg")) return;
-  if (stringOf(document["code"]) != "100" || stringOf(document["msg"]) != "success") return;
+  const auto tasks = parseTaskList(body);
+  if (!tasks) return;
 
   int newOrders = 0;
   int retries = 0;
-  const auto data = document.FindMember("data");
-  if (data != document.MemberEnd() && data->value.IsArray()) {
-    const std::string base = workingDirectory() + kSeparator;
-    for (const auto& element : data->value.GetArray()) {
-      if (!element.IsObject() || !element.HasMember("taskId") || !element.HasMember("pic")) continue;
-      const auto number = element.FindMember("number");
-      if (!isString(element, "taskId") || !isString(element, "pic") ||
-          !isString(element, "businessOrderId") || !isString(element, "type") ||
-          number == element.MemberEnd() || !number->value.IsInt()) {
-        const std::string name =
-            isString(element, "taskId") ? stringOf(element["taskId"]) : std::string("?");
-        logLine(KPS_TAG_REMOTE, __LINE__, "task skipped, malformed member: ", name);
-        continue;
-      }
-      Task task{stringOf(element["taskId"]), stringOf(element["pic"]),
-                stringOf(element["businessOrderId"]), number->value.GetInt(),
-                stringOf(element["type"]), ""};
-      task.path = base + task.pic;
-
-      if (ensurePicture(task, retries)) {
-        if (insertOrder("local", task.orderNo, task.taskId, task.path, 0, task.number, task.type))
-          ++newOrders;
-      } else if (insertOrder("local", task.orderNo, task.taskId, task.path, 4, task.number,
-                             task.type)) {
-        std::cout << " insertOrder success " << std::endl;
-      } else {
-        logLine(KPS_TAG_REMOTE, __LINE__, " insertOrder fail ");
-        updateFailStatus(task.taskId, 4, "IPP_JOB_HELD_PIC_PATH_NOT_EXIST");
-        updateTime(task.taskId);
-      }
+  const std::string base = workingDirectory() + kSeparator;
+  for (const auto& entry : *tasks) {
+    if (!entry.wellFormed) {
+      logLine(KPS_TAG_REMOTE, __LINE__, "task skipped, malformed member: ", entry.taskId);
+      continue;
+    }
+    const std::string path = base + entry.pic;
+    if (ensurePicture(entry.pic, path, retries)) {
+      if (insertOrder("local", entry.orderNo, entry.taskId, path, 0, entry.number, entry.type))
+        ++newOrders;
+    } else if (insertOrder("local", entry.orderNo, entry.taskId, path, 4, entry.number,
+                           entry.type)) {
+      std::cout << " insertOrder success " << std::endl;
+    } else {
+      logLine(KPS_TAG_REMOTE, __LINE__, " insertOrder fail ");
+      updateFailStatus(entry.taskId, 4, "IPP_JOB_HELD_PIC_PATH_NOT_EXIST");
+      updateTime(entry.taskId);
     }
   }
 

@@ -89,6 +89,7 @@ class Database {
   std::mutex mutex;
 
  private:
+  void createHistoryIndexes();
   // Steps a status update up to five times while the database is busy.
   void stepWithBusyRetry(SqliteStatement& statement, const char* failureLine,
                          const char* successLine);

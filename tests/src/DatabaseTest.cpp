@@ -176,3 +176,42 @@ TEST_F(OrderRecords, RowsSharingAnOrderNumber) {
 
 }  // namespace
 }  // namespace kps
+
+namespace kps {
+namespace {
+
+TEST(DatabaseIndexes, SyncAndPrintQueriesUseThePartialIndexes) {
+  TempDir dir;
+  Database store(dir.file("PrintData.db"));
+  SqliteFile file(dir.file("PrintData.db"));
+  const auto plan = [&](const std::string& query) {
+    sqlite3_stmt* stmt = nullptr;
+    std::string details;
+    sqlite3_prepare_v2(file.handle(), ("EXPLAIN QUERY PLAN " + query).c_str(), -1, &stmt, nullptr);
+    while (sqlite3_step(stmt) == SQLITE_ROW)
+      details += reinterpret_cast<const char*>(sqlite3_column_text(stmt, 3)) + std::string(";");
+    sqlite3_finalize(stmt);
+    return details;
+  };
+  EXPECT_EQ(plan("SELECT uuid, status, failReason, syncTime, updateTime, completedNumber FROM local "
+                 "WHERE (syncTime IS NULL OR updateTime > syncTime) AND status != 0;"),
+            "SCAN local USING INDEX local_unsynced;");
+  EXPECT_EQ(plan("SELECT uuid, path, status, deleteTime, realNumber, printerName,type FROM local "
+                 "WHERE status = 0;"),
+            "SEARCH local USING INDEX local_pending (status=?);");
+}
+
+TEST(DatabaseIndexes, ForeignLocalTableOpensWithoutThem) {
+  TempDir dir;
+  {
+    SqliteFile file(dir.file("PrintData.db"));
+    ASSERT_TRUE(file.exec("CREATE TABLE local (other TEXT)"));
+  }
+  testing::internal::CaptureStderr();
+  Database store(dir.file("PrintData.db"));
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("Failed to create index: "),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace kps

@@ -1,0 +1,70 @@
+#include "remote/TaskList.h"
+
+#include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
+
+namespace kps {
+
+namespace {
+
+const rapidjson::Value* stringMember(const rapidjson::Value& object, const char* name) {
+  const auto member = object.FindMember(name);
+  return member != object.MemberEnd() && member->value.IsString() ? &member->value : nullptr;
+}
+
+std::string text(const rapidjson::Value* value) {
+  return std::string(value->GetString(), value->GetStringLength());
+}
+
+}  // namespace
+
+std::optional<std::vector<TaskListEntry>> parseTaskList(const std::string& body) {
+  rapidjson::Document document;
+  // Deeply nested input is refused by the parser's own error, not by the stack; text that is
+  // not UTF-8 is refused rather than stored and later reported back as broken JSON.
+  document.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag>(
+      body.c_str(), body.size());
+  if (document.HasParseError() || !document.IsObject()) return std::nullopt;
+  const auto* code = stringMember(document, "code");
+  const auto* msg = stringMember(document, "msg");
+  if (!code || !msg || text(code) != "100" || text(msg) != "success") return std::nullopt;
+
+  std::vector<TaskListEntry> tasks;
+  const auto data = document.FindMember("data");
+  if (data == document.MemberEnd() || !data->value.IsArray()) return tasks;
+  for (const auto& element : data->value.GetArray()) {
+    if (!element.IsObject() || !element.HasMember("taskId") || !element.HasMember("pic")) continue;
+    TaskListEntry entry;
+    const auto* taskId = stringMember(element, "taskId");
+    const auto* pic = stringMember(element, "pic");
+    const auto* orderNo = stringMember(element, "businessOrderId");
+    const auto* type = stringMember(element, "type");
+    const auto number = element.FindMember("number");
+    entry.taskId = taskId ? text(taskId) : "?";
+    entry.wellFormed = taskId && pic && orderNo && type && number != element.MemberEnd() &&
+                       number->value.IsInt();
+    if (entry.wellFormed) {
+      entry.pic = text(pic);
+      entry.orderNo = text(orderNo);
+      entry.number = number->value.GetInt();
+      entry.type = text(type);
+    }
+    tasks.push_back(std::move(entry));
+  }
+  return tasks;
+}
+
+bool isSafePictureKey(const std::string& key) {
+  if (key.empty() || key.find('\0') != std::string::npos) return false;
+  if (key.front() == '/' || key.front() == '\\') return false;
+  if (key.size() >= 2 && key[1] == ':') return false;  // a drive letter
+  std::size_t start = 0;
+  for (;;) {
+    const auto end = key.find_first_of("\\/", start);
+    if (key.substr(start, end - start) == "..") return false;
+    if (end == std::string::npos) return true;
+    start = end + 1;
+  }
+}
+
+}  // namespace kps
