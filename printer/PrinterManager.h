@@ -4,8 +4,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "printer/PrintDecisions.h"
 
 namespace kps {
 
@@ -44,6 +47,12 @@ class PrinterManager {
   std::int32_t PrintImage(const std::wstring& printerName, const std::wstring& path,
                           const std::string& type);
   std::int32_t WaitForJobCompletion(PrinterHandle printer, std::int32_t jobId);
+
+ private:
+  // What every copy does before its job, on any spooler: the picture size by product type,
+  // the printer made the default, its parameters applied. Empty when one of them fails.
+  std::optional<PictureSize> prepareCopy(const std::wstring& printerName, const std::string& type,
+                                         std::wstring& fullName);
 };
 
 }  // namespace kps

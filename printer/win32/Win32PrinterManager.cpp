@@ -153,17 +153,9 @@ std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
 
 std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const std::wstring& path,
                                         const std::string& type) {
-  const auto size = pictureSizeFor(type, PrinterSettings);
-  if (!size) {
-    std::cerr << "printer type error" << std::endl;
-    return kPrintNotPrinter;
-  }
   std::wstring fullName;
-  if (!SelectPrinter(printerName, fullName)) return kPrintNotPrinter;
-  if (SetPrintParams(fullName, type) != 0) {
-    logLine(KPS_TAG_PRINTER, __LINE__, "SetPrintParams failed");
-    return kPrintNotPrinter;
-  }
+  const auto size = prepareCopy(printerName, type, fullName);
+  if (!size) return kPrintNotPrinter;
 
   // The release order of every path below is the spooler's and GDI+'s as the service has
   // always done it, so it is written out rather than left to destructors.

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <regex>
+#include <thread>
 
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
@@ -53,6 +54,13 @@ class CupsPrinterTest : public ::testing::Test {
     cups->tool("cancel -a kps-script");
     cups->tool("cupsenable kps-script");
     cups->tool("cupsaccept kps-file");
+    // A backend's printer-state-reasons outlive its job; the next job's backend clears them.
+    cups->setScriptMode("ok");
+    const std::string id = "kps-script-" + std::to_string(submit("kps-script")) + " ";
+    for (int i = 0; i < 100; ++i) {
+      if (cups->output("lpstat -W completed -o kps-script").find(id) != std::string::npos) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
   }
   // Submits a tiny job with lp and returns its id.
   int submit(const std::string& queue, const std::string& options = "") {
