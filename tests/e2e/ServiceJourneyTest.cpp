@@ -126,8 +126,9 @@ TEST_F(ServiceJourney, EveryProductTypePrintedAndReportedOnce) {
       {"T-magnet", "{\"taskId\":\"T-magnet\",\"status\":2,\"completedNumber\":1}"},
       {"T-bad", "{\"taskId\":\"T-bad\",\"status\":4,\"completedNumber\":0,"
                 "\"failReason\":\"IPP_JOB_HELD_NOT_PRINTER\"}"}};
-  // The two-copy order is reported after its first copy; its final state goes out only if it
-  // changed after that report's second (a change within the same second counts as reported).
+  // The two-copy order is reported after its first copy. When its second copy lands between the
+  // sync's query and its stamp, the stamp covers the newer state although the request carried
+  // the older one (the system's defined behaviour): its final state is then in the store only.
   SqliteFile db(work + "/PrintData.db");
   ASSERT_TRUE(waitUntil([&] {
     for (const auto& [id, json] : expected) if (lastReport(id) != json) return false;
