@@ -2,6 +2,9 @@
 #include <curl/curl.h>
 
 #include <chrono>
+// Before the stores below: their set-up may report on std::cerr during static initialisation,
+// and <iostream> is what makes the standard streams usable that early in this file.
+#include <iostream>
 #include <memory>
 #include <string>
 #include <thread>

@@ -3,9 +3,14 @@
 
 #include <sys/wait.h>
 
+#include <csignal>
+#include <filesystem>
+#include <functional>
+
 #include "Deployment.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SampleConfig.h"
+#include "tests/support/SqliteFile.h"
 #include "tests/support/TempDir.h"
 
 namespace kps {
@@ -47,6 +52,37 @@ TEST(ServiceBinary, MissingEnvironmentEndsTheProcess) {
   ASSERT_NE(status, -1) << "still running";
   EXPECT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   EXPECT_NE(service.err().find("invalid stoi argument"), std::string::npos) << service.err();
+}
+
+TEST(ServiceBinary, StoreThatCannotBeSetUpEndsTheStartWithItsMessage) {
+  struct Case {
+    const char* name;
+    std::function<void(TempDir&)> prepare;
+    const char* message;
+  };
+  const Case cases[] = {
+      {"a folder where the file should be",
+       [](TempDir& dir) { std::filesystem::create_directory(dir.file("PrintData.db")); },
+       "Can't open or create database: "},
+      {"history indexes that cannot be made",
+       [](TempDir& dir) {
+         SqliteFile file(dir.file("PrintData.db"));
+         file.exec("CREATE TABLE local (other TEXT); CREATE VIEW local_unsynced AS SELECT 1;");
+       },
+       "Failed to create index: "},
+  };
+  for (const auto& c : cases) {
+    TempDir dir;
+    dir.write("config.ini", sampleConfig({}));
+    c.prepare(dir);
+    ChildProcess service({KPS_BINARY}, dir.path());
+    // The message arrives whether the start then fails or goes on; the process never crashes.
+    service.waitForOutput("] url : ", 5s);
+    service.kill();
+    EXPECT_NE(service.err().find(c.message), std::string::npos) << c.name << ": " << service.err();
+    const int status = service.waitForExit(1s);
+    EXPECT_FALSE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << c.name;
+  }
 }
 
 }  // namespace
