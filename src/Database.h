@@ -7,6 +7,7 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -90,6 +91,11 @@ class Database {
 
  private:
   void createHistoryIndexes();
+  // One status update under the store's mutex: prepare (a failure reported on standard error
+  // after prepareFailure), bind, then step with the busy retry.
+  void updateRow(const char* sql, const char* prepareFailure,
+                 const std::function<void(SqliteStatement&)>& bind, const char* failureLine,
+                 const char* successLine);
   // Steps a status update up to five times while the database is busy.
   void stepWithBusyRetry(SqliteStatement& statement, const char* failureLine,
                          const char* successLine);

@@ -1,5 +1,6 @@
 // Status and time stamps of one row of table local.
 #include <chrono>
+#include <functional>
 #include <iostream>
 #include <thread>
 
@@ -23,49 +24,52 @@ void Database::stepWithBusyRetry(SqliteStatement& statement, const char* failure
   }
 }
 
-void Database::updateFailStatus(const std::string& uuid, std::int32_t status,
-                                const std::string& failReason) {
+void Database::updateRow(const char* sql, const char* prepareFailure,
+                         const std::function<void(SqliteStatement&)>& bind,
+                         const char* failureLine, const char* successLine) {
   std::lock_guard<std::mutex> lock(mutex);
-  SqliteStatement update(
-      db, "UPDATE local SET status = ?, failReason = ? WHERE uuid = ? and status = 0;");
+  SqliteStatement update(db, sql);
   if (!update.ok()) {
-    std::cerr << "Failed to prepare update statement: " << errorMessage() << std::endl;
+    std::cerr << prepareFailure << errorMessage() << std::endl;
     return;
   }
-  update.bind(1, status);
-  update.bind(2, failReason);
-  update.bind(3, uuid);
-  stepWithBusyRetry(update, "updateFailStatus Failed to execute update statement: ",
-                    "updateFailStatus success: ");
+  bind(update);
+  stepWithBusyRetry(update, failureLine, successLine);
+}
+
+void Database::updateFailStatus(const std::string& uuid, std::int32_t status,
+                                const std::string& failReason) {
+  updateRow("UPDATE local SET status = ?, failReason = ? WHERE uuid = ? and status = 0;",
+            "Failed to prepare update statement: ",
+            [&](SqliteStatement& update) {
+              update.bind(1, status);
+              update.bind(2, failReason);
+              update.bind(3, uuid);
+            },
+            "updateFailStatus Failed to execute update statement: ", "updateFailStatus success: ");
 }
 
 void Database::updateStatus(const std::string& uuid, std::int32_t status,
                             std::int32_t completedNumber) {
-  std::lock_guard<std::mutex> lock(mutex);
-  SqliteStatement update(db, "UPDATE local SET status = ?, completedNumber = ? WHERE uuid = ?;");
-  if (!update.ok()) {
-    std::cerr << "Failed to prepare update statement: " << errorMessage() << std::endl;
-    return;
-  }
-  update.bind(1, status);
-  update.bind(2, completedNumber);
-  update.bind(3, uuid);
-  stepWithBusyRetry(update, "updateStatus Failed to execute update statement: ",
-                    "updateStatus success: ");
+  updateRow("UPDATE local SET status = ?, completedNumber = ? WHERE uuid = ?;",
+            "Failed to prepare update statement: ",
+            [&](SqliteStatement& update) {
+              update.bind(1, status);
+              update.bind(2, completedNumber);
+              update.bind(3, uuid);
+            },
+            "updateStatus Failed to execute update statement: ", "updateStatus success: ");
 }
 
 void Database::updateTime(const std::string& uuid) {
-  std::lock_guard<std::mutex> lock(mutex);
-  const std::string now = currentTimeString();
-  SqliteStatement update(db, "UPDATE local SET updateTime = ? WHERE uuid = ?;");
-  if (!update.ok()) {
-    std::cerr << "Failed to prepare statement: " << errorMessage() << std::endl;
-    return;
-  }
-  update.bind(1, now);
-  update.bind(2, uuid);
-  stepWithBusyRetry(update, "updateTime Failed to execute update statement: ",
-                    "updateTime success: ");
+  std::string now;  // bound without a copy: it must outlive the step
+  updateRow("UPDATE local SET updateTime = ? WHERE uuid = ?;", "Failed to prepare statement: ",
+            [&](SqliteStatement& update) {
+              now = currentTimeString();
+              update.bind(1, now);
+              update.bind(2, uuid);
+            },
+            "updateTime Failed to execute update statement: ", "updateTime success: ");
 }
 
 void Database::updateSyncTime(const std::string& uuid) {
