@@ -17,6 +17,7 @@
 #include "tests/support/SampleConfig.h"
 #include "tests/support/SqliteFile.h"
 #include "tests/support/TestPictures.h"
+#include "tests/support/TestTransport.h"
 #include "tests/support/WorkingDirectory.h"
 
 namespace kps {
@@ -115,9 +116,7 @@ TEST(BadInput, ObjectStoreAnswers) {
       {"empty object", 200, "", "RemoteOrderIdManger::GetobjectToFile success\n", true},
       {"redirect is not followed", 302, "", "GetObjectToFile fail,code:,message:,requestId:R-1\n", false},
   };
-  const auto savedHttp = httpSettings();
-  const auto savedOss = ossSettings();
-  httpSettings().caBundle = TestCertificates::get().caFile();
+  TestTransport transport;
   for (const auto& c : cases) {
     HttpsServer store;
     store.routes().Get(R"(/.*)", [&](const httplib::Request&, httplib::Response& res) {
@@ -134,8 +133,6 @@ TEST(BadInput, ObjectStoreAnswers) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), c.line) << c.name;
     EXPECT_EQ(std::filesystem::exists(dir.file("k.jpg")), c.fileLeft) << c.name;
   }
-  httpSettings() = savedHttp;
-  ossSettings() = savedOss;
 }
 
 struct PictureCase {

@@ -7,6 +7,7 @@
 #include <condition_variable>
 
 #include "tests/support/HttpsServer.h"
+#include "tests/support/TestTransport.h"
 
 namespace kps {
 namespace {
@@ -14,8 +15,6 @@ namespace {
 class HttpRequestTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    saved_ = httpSettings();
-    httpSettings().caBundle = TestCertificates::get().caFile();
     auto& routes = server.routes();
     routes.Get("/list", [this](const httplib::Request& req, httplib::Response& res) {
       ++hits;
@@ -57,9 +56,9 @@ class HttpRequestTest : public ::testing::Test {
     }
     silentRelease.notify_all();
     server.stop();
-    httpSettings() = saved_;
   }
 
+  TestTransport transport;
   HttpsServer server;
   std::string base;
   std::atomic<int> hits{0};
@@ -67,9 +66,6 @@ class HttpRequestTest : public ::testing::Test {
   std::mutex silentMutex;
   std::condition_variable silentRelease;
   bool released = false;
-
- private:
-  HttpSettings saved_;
 };
 
 TEST_F(HttpRequestTest, GetAddsTheQueryOnlyWhenThereIsOne) {

@@ -8,33 +8,22 @@
 #include "remote/HttpRequest.h"
 #include "remote/RemoteOrderIdManger.h"
 #include "tests/support/ObjectStoreDouble.h"
+#include "tests/support/TestTransport.h"
 
 namespace kps {
 namespace {
 
 class ObjectStoreTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    savedHttp_ = httpSettings();
-    savedOss_ = ossSettings();
-    httpSettings().caBundle = TestCertificates::get().caFile();
-    ossSettings() = store.settings();
-  }
-  void TearDown() override {
-    httpSettings() = savedHttp_;
-    ossSettings() = savedOss_;
-  }
+  void SetUp() override { ossSettings() = store.settings(); }
   int download(const std::string& key, const std::string& path) {
     return intake.GetobjectToFile(key, path);
   }
 
+  TestTransport transport;
   ObjectStoreDouble store{"qzlp", "test-key-id", "test-key-secret"};
   TempDir dir;
   RemoteOrderIdManger intake{dir.file("PrintData.db")};
-
- private:
-  HttpSettings savedHttp_;
-  OssSettings savedOss_;
 };
 
 TEST_F(ObjectStoreTest, SuccessWritesTheBytes) {

@@ -14,6 +14,7 @@
 #include "tests/support/HttpsServer.h"
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/SqliteFile.h"
+#include "tests/support/TestTransport.h"
 
 namespace kps {
 namespace {
@@ -37,8 +38,6 @@ std::vector<std::string> objectsOf(const std::string& json) {
 class StatusSyncTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    saved_ = httpSettings();
-    httpSettings().caBundle = TestCertificates::get().caFile();
     backend.routes().Post("/print/task/sync", [this](const httplib::Request& req,
                                                      httplib::Response& res) {
       std::lock_guard<std::mutex> lock(mutex);
@@ -48,7 +47,6 @@ class StatusSyncTest : public ::testing::Test {
     });
     url = backend.start() + "/print/task/sync";
   }
-  void TearDown() override { httpSettings() = saved_; }
 
   void row(const std::string& uuid, int status, const char* syncTime, const char* updateTime,
            const char* failReason = nullptr, const char* completed = nullptr) {
@@ -64,6 +62,7 @@ class StatusSyncTest : public ::testing::Test {
     return bodies;
   }
 
+  TestTransport transport;
   HttpsServer backend;
   std::string url;
   std::mutex mutex;
@@ -73,9 +72,6 @@ class StatusSyncTest : public ::testing::Test {
   TempDir dir;
   Database store{dir.file("PrintData.db")};
   SqliteFile file{dir.file("PrintData.db")};
-
- private:
-  HttpSettings saved_;
 };
 
 TEST_F(StatusSyncTest, SendsExactlyTheChangedRowsAsCompactJson) {

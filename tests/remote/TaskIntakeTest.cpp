@@ -9,6 +9,7 @@
 #include "tests/support/ObjectStoreDouble.h"
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/SqliteFile.h"
+#include "tests/support/TestTransport.h"
 #include "tests/support/WorkingDirectory.h"
 
 namespace kps {
@@ -37,30 +38,20 @@ bool takeWakeUp() {
 class TaskIntakeTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    savedHttp_ = httpSettings();
-    savedOss_ = ossSettings();
-    httpSettings().caBundle = TestCertificates::get().caFile();
     ossSettings() = store.settings();
     takeWakeUp();
-  }
-  void TearDown() override {
-    httpSettings() = savedHttp_;
-    ossSettings() = savedOss_;
   }
   std::string rows() {
     return file.scalar("SELECT group_concat(uuid||':'||status||':'||ifnull(failReason,'-'), ' ') "
                        "FROM (SELECT * FROM local ORDER BY uuid)");
   }
 
+  TestTransport transport;
   ObjectStoreDouble store{"qzlp", "ak", "sk"};
   TempDir dir;
   WorkingDirectory cwd{dir.path()};
   RemoteOrderIdManger intake{"PrintData.db"};
   SqliteFile file{dir.file("PrintData.db")};
-
- private:
-  HttpSettings savedHttp_;
-  OssSettings savedOss_;
 };
 
 TEST_F(TaskIntakeTest, OnlyAnAcceptedBodyIsTakenIn) {

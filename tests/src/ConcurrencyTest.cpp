@@ -12,6 +12,7 @@
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/ScriptedPrinterManager.h"
 #include "tests/support/SqliteFile.h"
+#include "tests/support/TestTransport.h"
 #include "tests/support/WorkingDirectory.h"
 
 namespace kps {
@@ -21,8 +22,7 @@ using namespace std::chrono_literals;
 
 TEST(Concurrency, IntakePrintRunAndSyncTogetherLoseNothing) {
   constexpr int kBodies = 12, kTasksPerBody = 4;
-  const auto saved = httpSettings();
-  httpSettings().caBundle = TestCertificates::get().caFile();
+  TestTransport transport;
   HttpsServer backend;
   std::atomic<int> reports{0};
   backend.routes().Post("/print/task/sync", [&](const httplib::Request&, httplib::Response& res) {
@@ -90,7 +90,6 @@ TEST(Concurrency, IntakePrintRunAndSyncTogetherLoseNothing) {
     std::lock_guard<std::mutex> lock(newOrderMutex);
     newOrderFlag = false;
   }
-  httpSettings() = saved;
   scriptedPrintImage = nullptr;
 
   EXPECT_TRUE(done) << file.scalar("SELECT group_concat(uuid||':'||status||':'||ifnull(syncTime,'-')) FROM local");
