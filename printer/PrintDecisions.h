@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "printer/PrinterSettings.h"
+#include "src/Utf8.h"
 
 namespace kps {
 
@@ -59,12 +60,7 @@ std::int32_t waitForJob(const std::function<std::optional<std::int32_t>()>& quer
 // The real clock: a monotonic millisecond tick and a sleeping pause.
 JobWaitClock systemJobWaitClock();
 
-// UTF-8 <-> wide text. Invalid UTF-8 sequences become U+FFFD; nothing throws.
-std::wstring utf8ToWide(const std::string& text);
-std::string wideToUtf8(const std::wstring& text);
-
-// The printer diagnostics' wide streams. On Linux they are written as UTF-8 to the narrow
-// streams, because glibc fixes a stream's orientation at its first use.
+// The printer diagnostics' wide lines, written as UTF-8 to standard output or error.
 void wideOut(const std::wstring& line);
 void wideErr(const std::wstring& line);
 

@@ -1,0 +1,61 @@
+#include "src/FilePath.h"
+
+#include "src/Utf8.h"
+
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <unistd.h>
+#endif
+
+namespace kps {
+
+#ifdef _WIN32
+
+std::filesystem::path toPath(const std::string& utf8) { return std::filesystem::path(utf8ToWide(utf8)); }
+
+std::string fromPath(const std::filesystem::path& path) { return wideToUtf8(path.native()); }
+
+std::FILE* openFile(const std::string& utf8, const char* mode) {
+  return _wfopen(utf8ToWide(utf8).c_str(), utf8ToWide(mode).c_str());
+}
+
+std::string workingDirectory() {
+  wchar_t buffer[MAX_PATH + 1] = {};
+  const DWORD size = GetCurrentDirectoryW(MAX_PATH, buffer);
+  if (size == 0 || size > MAX_PATH) return "";
+  return wideToUtf8(buffer);
+}
+
+#else
+
+std::filesystem::path toPath(const std::string& utf8) {
+  std::string native = utf8;
+  for (char& c : native)
+    if (c == '\\') c = '/';
+  return std::filesystem::path(native);
+}
+
+std::string fromPath(const std::filesystem::path& path) { return path.native(); }
+
+std::FILE* openFile(const std::string& utf8, const char* mode) {
+  return std::fopen(toPath(utf8).c_str(), mode);
+}
+
+std::string workingDirectory() {
+  char buffer[4096];
+  return ::getcwd(buffer, sizeof buffer) ? buffer : "";
+}
+
+#endif
+
+std::string folderOf(const std::string& path) {
+  const auto cut = path.find_last_of("\\/");
+  if (cut == std::string::npos) return "";
+  const auto end = path.find_last_not_of("\\/", cut);
+  if (end == std::string::npos) return path.substr(0, 1);
+  if (path[end] == ':') return path.substr(0, end + 2);
+  return path.substr(0, end + 1);
+}
+
+}  // namespace kps

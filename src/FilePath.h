@@ -1,0 +1,32 @@
+// File-system paths from the service's UTF-8 text. On Windows a path reaches the system as
+// UTF-16, converted here and nowhere else; elsewhere a backslash separates folders as '/' does,
+// so a key written either way lands in the same place.
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+namespace kps {
+
+std::filesystem::path toPath(const std::string& utf8);
+std::string fromPath(const std::filesystem::path& path);
+
+// fopen of a UTF-8 path.
+std::FILE* openFile(const std::string& utf8, const char* mode);
+
+// Everything before the last separator ('\' or '/'), the run of separators at the cut dropped;
+// a root or drive alone is kept ("C:\", "/"). Empty when there is no separator.
+std::string folderOf(const std::string& path);
+
+// The process's working directory as UTF-8, or "" when it cannot be read.
+std::string workingDirectory();
+
+// The separator the service joins the working directory and a picture key with.
+#ifdef _WIN32
+inline constexpr char kPathSeparator = '\\';
+#else
+inline constexpr char kPathSeparator = '/';
+#endif
+
+}  // namespace kps

@@ -1,0 +1,12 @@
+// UTF-8 <-> wide text (UTF-16 on Windows, UTF-32 elsewhere). Invalid UTF-8 sequences become
+// U+FFFD; nothing throws.
+#pragma once
+
+#include <string>
+
+namespace kps {
+
+std::wstring utf8ToWide(const std::string& text);
+std::string wideToUtf8(const std::wstring& text);
+
+}  // namespace kps
