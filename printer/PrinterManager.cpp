@@ -8,8 +8,6 @@
 
 namespace kps {
 
-PrinterSettingsRecord PrinterSettings;
-
 void PrinterManager::LoadPrinterSettings() {
   const PrinterConfigValues config = PrinterConfig::instance().load();
   PrinterSettings.fourWidth = config.FourWidth;

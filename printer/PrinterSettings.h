@@ -23,6 +23,7 @@ struct PrinterSettingsRecord {
   std::int32_t environment = 0;
 };
 
+// Defined with the other process-wide objects, first among them.
 extern PrinterSettingsRecord PrinterSettings;
 
 }  // namespace kps

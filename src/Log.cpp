@@ -6,11 +6,6 @@
 
 namespace kps {
 
-std::mutex& logMutex() {
-  static std::mutex mutex;
-  return mutex;
-}
-
 std::string localTimeString() {
   std::time_t now = std::time(nullptr);
   std::tm local{};
@@ -28,7 +23,7 @@ namespace {
 
 template <typename Value>
 void write(const char* tag, int line, const char* message, const Value* value) {
-  std::lock_guard<std::mutex> lock(logMutex());
+  std::lock_guard<std::mutex> lock(logMutex);
   // The time is read under the lock so that consecutive lines never go backwards.
   std::ostringstream out;
   out << '[' << localTimeString() << "] [" << tag << ':' << line << "] " << message;

@@ -7,8 +7,8 @@
 
 namespace kps {
 
-// Serialises every log line of the process.
-std::mutex& logMutex();
+// Serialises every log line of the process (a process-wide object of the entry point's file).
+extern std::mutex logMutex;
 
 void logLine(const char* tag, int line, const char* message);
 void logLine(const char* tag, int line, const char* message, const std::string& value);

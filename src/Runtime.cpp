@@ -2,13 +2,6 @@
 
 namespace kps {
 
-// Constant-initialised: they exist before any dynamically initialised object of the process,
-// the two stores included.
-std::mutex databaseMutex;
-std::mutex newOrderMutex;
-std::condition_variable newOrderCondition;
-bool newOrderFlag = false;
-
 void announceNewOrders(const std::function<void()>& whileLocked) {
   std::lock_guard<std::mutex> lock(newOrderMutex);
   newOrderFlag = true;

@@ -7,6 +7,7 @@
 
 namespace kps {
 
+// Process-wide objects of the entry point's file (tests link their own).
 // Held for a whole intake pass and a whole print run, so the two never overlap.
 extern std::mutex databaseMutex;
 // The wake-up: newOrderFlag is read and written only under newOrderMutex.

@@ -19,14 +19,19 @@
 
 using namespace std::chrono_literals;
 
-namespace {
+// The process-wide objects, built in exactly this order before main runs and so destroyed in
+// the reverse order. They share this one file because C++ orders the initialisation of
+// namespace-scope objects only within a file.
+kps::PrinterSettingsRecord kps::PrinterSettings;
+std::mutex kps::logMutex;
+std::mutex kps::databaseMutex;
+static kps::RemoteOrderIdManger intakeDatabase("PrintData.db");
+std::mutex kps::newOrderMutex;
+std::condition_variable kps::newOrderCondition;
+static std::shared_ptr<kps::Database> sharedDatabase = std::make_shared<kps::Database>("PrintData.db");
+bool kps::newOrderFlag = false;
 
-// Process-wide objects, in this order: PrinterSettings (printer/), the log mutex (src/Log),
-// databaseMutex (src/Runtime), intakeDatabase, newOrderMutex and newOrderCondition
-// (src/Runtime), sharedDatabase. The locks are constant-initialised, so they exist before the
-// two stores below open "PrintData.db"; a store that cannot be set up ends the process here.
-kps::RemoteOrderIdManger intakeDatabase("PrintData.db");
-std::shared_ptr<kps::Database> sharedDatabase = std::make_shared<kps::Database>("PrintData.db");
+namespace {
 
 void printWorker() {
   kps::PrinterManager manager;
