@@ -24,7 +24,7 @@ std::string historyFile(long rows, int pending) {
   { kps::Database schema(path); }
   sqlite3* db = nullptr;
   sqlite3_open(path.c_str(), &db);
-  sqlite3_exec(db, "DROP INDEX local_unsynced; DROP INDEX local_pending; BEGIN;", nullptr, nullptr, nullptr);
+  sqlite3_exec(db, "DROP INDEX local_unreported; DROP INDEX local_pending; BEGIN;", nullptr, nullptr, nullptr);
   sqlite3_stmt* insert = nullptr;
   sqlite3_prepare_v2(db,
                      "INSERT INTO local (orderNo, uuid, path, status, syncTime, updateTime, "
@@ -49,7 +49,7 @@ std::string historyFile(long rows, int pending) {
 std::unique_ptr<kps::Database> openStore(const std::string& path, bool indexed) {
   auto store = std::make_unique<kps::Database>(path);
   if (!indexed) {
-    store->executeSQL("DROP INDEX IF EXISTS local_unsynced;");
+    store->executeSQL("DROP INDEX IF EXISTS local_unreported;");
     store->executeSQL("DROP INDEX IF EXISTS local_pending;");
   }
   return store;

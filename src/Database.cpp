@@ -5,6 +5,8 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "src/FilePath.h"
+
 namespace kps {
 
 namespace {
@@ -15,32 +17,22 @@ constexpr const char* kColumns =
     "failReason TEXT, deleteTime TEXT, createTime TEXT, completedNumber INTEGER, realNumber "
     "INTEGER DEFAULT 1, type TEXT NOT NULL);";
 
-// The folder part of a path; both separators count, and a run of them at the cut is dropped
-// (a root or drive alone is kept).
-std::string directoryOf(const std::string& path) {
-  const auto cut = path.find_last_of("\\/");
-  if (cut == std::string::npos) return "";
-  const auto end = path.find_last_not_of("\\/", cut);
-  if (end == std::string::npos) return path.substr(0, 1);
-  if (path[end] == ':') return path.substr(0, end + 2);
-  return path.substr(0, end + 1);
-}
-
 }  // namespace
 
 Database::Database(const std::string& path, int busyTimeoutMs) {
-  const std::string directory = directoryOf(path);
+  const std::string directory = folderOf(path);
   if (!directory.empty()) {
     std::error_code error;
-    const bool exists = std::filesystem::exists(directory, error);
-    if (!error && !exists) std::filesystem::create_directories(directory, error);
+    const bool exists = std::filesystem::exists(toPath(directory), error);
+    if (!error && !exists) std::filesystem::create_directories(toPath(directory), error);
     if (error) {
       std::cerr << "Error creating directory: " << error.message() << std::endl;
       throw std::runtime_error("Failed to create directory for database");
     }
   }
 
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
+  // SQLite takes UTF-8 file names on every platform.
+  if (sqlite3_open_v2(fromPath(toPath(path)).c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
       SQLITE_OK) {
     std::cerr << "Can't open or create database: " << sqlite3_errmsg(db) << std::endl;
     sqlite3_close(db);
@@ -67,13 +59,16 @@ Database::Database(const std::string& path, int busyTimeoutMs) {
 void Database::createHistoryIndexes() {
   // Table local only grows. These partial indexes hold just the rows the status sync and the
   // print run look for, so their queries cost the same at a million rows as at ten; the
-  // queries' own text is unchanged (SQLite picks the index from their WHERE clause).
-  static const char* const indexes[] = {
-      "CREATE INDEX IF NOT EXISTS local_unsynced ON local(status) "
+  // queries' own text is unchanged (SQLite picks the index from their WHERE clause). Their key
+  // is one value for every entry, so SQLite walks them in the table's own row order and the
+  // rows come back in the order a scan would give. (An earlier key, status, reordered them.)
+  static const char* const statements[] = {
+      "DROP INDEX IF EXISTS local_unsynced;",
+      "CREATE INDEX IF NOT EXISTS local_unreported ON local((0)) "
       "WHERE syncTime IS NULL OR updateTime > syncTime;",
       "CREATE INDEX IF NOT EXISTS local_pending ON local(status) WHERE status = 0;"};
   if (!db) return;
-  for (const char* sql : indexes) {
+  for (const char* sql : statements) {
     char* message = nullptr;
     // A local table of another shape (kept as found) cannot take them; the store works without.
     if (sqlite3_exec(db, sql, nullptr, nullptr, &message) != SQLITE_OK)
