@@ -5,56 +5,46 @@
 #include "remote/HttpRequest.h"
 #include "remote/RemoteOrderIdManger.h"
 #include "remote/TaskList.h"
+#include "src/FilePath.h"
 #include "src/Log.h"
 #include "src/Runtime.h"
 
-#ifdef _WIN32
-#include <windows.h>
-#else
-#include <unistd.h>
-#endif
-
 namespace kps {
-
 
 namespace {
 
-#ifdef _WIN32
-constexpr char kSeparator = '\\';
-std::string workingDirectory() {
-  wchar_t buffer[MAX_PATH + 1] = {};
-  const DWORD size = GetCurrentDirectoryW(MAX_PATH, buffer);
-  if (size == 0 || size > MAX_PATH) return "";
-  const int bytes = WideCharToMultiByte(CP_UTF8, 0, buffer, -1, nullptr, 0, nullptr, nullptr);
-  std::string narrow(bytes > 0 ? bytes - 1 : 0, '\0');
-  if (bytes > 0) WideCharToMultiByte(CP_UTF8, 0, buffer, -1, narrow.data(), bytes, nullptr, nullptr);
-  return narrow;
-}
-#else
-constexpr char kSeparator = '/';
-std::string workingDirectory() {
-  char buffer[4096];
-  return ::getcwd(buffer, sizeof buffer) ? buffer : "";
-}
-#endif
-
-// Everything before the last separator, trailing separators removed.
-std::string folderOf(const std::string& path) {
-  const auto cut = path.find_last_of("\\/");
-  if (cut == std::string::npos) return "";
-  const auto end = path.find_last_not_of("\\/", cut);
-  return end == std::string::npos ? path.substr(0, 1) : path.substr(0, end + 1);
+// The folder in double quotes, each backslash and double quote escaped by a backslash.
+std::string quoted(const std::string& folder) {
+  std::string text = "\"";
+  for (const char c : folder) {
+    if (c == '\\' || c == '"') text += '\\';
+    text += c;
+  }
+  return text + "\"";
 }
 
-void createFolderFor(const std::string& path) {
+// Makes the folder of a picture path. An error names why, instead of ending the intake: one
+// bad key must not take the kiosk down while the backend lists it on every poll.
+bool createFolderFor(const std::string& path, std::string& why) {
   const std::string folder = folderOf(path);
-  std::error_code missing;
-  if (folder.empty() || std::filesystem::exists(folder, missing)) return;
-  // A file-system error here is raised out of the intake, as "create_directories".
-  if (std::filesystem::create_directories(folder))
-    std::cout << "dir create success: " << std::filesystem::path(folder) << std::endl;
+  if (folder.empty()) return true;
+  std::error_code error;
+  const auto status = std::filesystem::status(toPath(folder), error);
+  if (std::filesystem::is_directory(status)) return true;
+  if (std::filesystem::exists(status)) {
+    why = "its folder is a file";
+    return false;
+  }
+  const bool created = std::filesystem::create_directories(toPath(folder), error);
+  if (error) {
+    why = error.message();
+    return false;
+  }
+  if (created)
+    std::cout << "dir create success: " << quoted(folder) << std::endl;
   else
     std::cerr << "dir create fail!" << std::endl;
+  return true;
 }
 
 }  // namespace
@@ -69,13 +59,20 @@ void RemoteOrderIdManger::GetTaskList(std::string screenNumber, std::string url)
 
 bool RemoteOrderIdManger::ensurePicture(const std::string& pic, const std::string& path,
                                         int& retries) {
-  if (!isSafePictureKey(pic)) {
-    logLine(KPS_TAG_REMOTE, __LINE__, "refused picture key: ", pic);
+  std::string why;
+  if (const char* problem = pictureKeyProblem(pic)) why = problem;
+  if (why.empty() && createFolderFor(path, why)) {
+    std::error_code error;
+    const auto status = std::filesystem::status(toPath(path), error);
+    if (std::filesystem::is_directory(status)) why = "does not name a file";
+    else if (error && error != std::errc::no_such_file_or_directory) why = error.message();
+    // A file that is there is never fetched again, whatever it holds.
+    else if (std::filesystem::exists(status)) return true;
+  }
+  if (!why.empty()) {
+    logLine(KPS_TAG_REMOTE, __LINE__, "refused picture key: ", pic + " (" + why + ")");
     return false;
   }
-  createFolderFor(path);
-  std::error_code ignored;
-  if (std::filesystem::exists(path, ignored)) return true;  // never fetched again, whatever it holds
   // The retry budget belongs to the whole body: three extra attempts shared by all tasks.
   while (GetobjectToFile(pic, path) != 0)
     if (++retries > 3) return false;
@@ -84,12 +81,14 @@ bool RemoteOrderIdManger::ensurePicture(const std::string& pic, const std::strin
 
 void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
   std::lock_guard<std::mutex> intakePass(databaseMutex);
-  const auto tasks = parseTaskList(body);
+  std::string refusal;
+  const auto tasks = parseTaskList(body, &refusal);
+  if (!refusal.empty()) logLine(KPS_TAG_REMOTE, __LINE__, "task list refused: ", refusal);
   if (!tasks) return;
 
   int newOrders = 0;
   int retries = 0;
-  const std::string base = workingDirectory() + kSeparator;
+  const std::string base = workingDirectory() + kPathSeparator;
   for (const auto& entry : *tasks) {
     if (!entry.wellFormed) {
       logLine(KPS_TAG_REMOTE, __LINE__, "task skipped, malformed member: ", entry.taskId);

@@ -18,12 +18,15 @@ std::string text(const rapidjson::Value* value) {
 
 }  // namespace
 
-std::optional<std::vector<TaskListEntry>> parseTaskList(const std::string& body) {
+std::optional<std::vector<TaskListEntry>> parseTaskList(const std::string& body,
+                                                       std::string* refusal) {
   rapidjson::Document document;
-  // Deeply nested input is refused by the parser's own error, not by the stack; text that is
-  // not UTF-8 is refused rather than stored and later reported back as broken JSON.
+  // Iterative: deep nesting costs heap, never the stack. Text that is not UTF-8 is refused
+  // rather than stored and later reported back to the backend as broken JSON.
   document.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag>(
       body.c_str(), body.size());
+  if (document.GetParseError() == rapidjson::kParseErrorStringInvalidEncoding && refusal)
+    *refusal = "not valid UTF-8 (byte " + std::to_string(document.GetErrorOffset()) + ")";
   if (document.HasParseError() || !document.IsObject()) return std::nullopt;
   const auto* code = stringMember(document, "code");
   const auto* msg = stringMember(document, "msg");
@@ -54,15 +57,18 @@ std::optional<std::vector<TaskListEntry>> parseTaskList(const std::string& body)
   return tasks;
 }
 
-bool isSafePictureKey(const std::string& key) {
-  if (key.empty() || key.find('\0') != std::string::npos) return false;
-  if (key.front() == '/' || key.front() == '\\') return false;
-  if (key.size() >= 2 && key[1] == ':') return false;  // a drive letter
+const char* pictureKeyProblem(const std::string& key) {
+  if (key.find('\0') != std::string::npos) return "holds a NUL character";
+  if (!key.empty() && (key.front() == '/' || key.front() == '\\' || (key.size() >= 2 && key[1] == ':')))
+    return "leaves the working directory";
   std::size_t start = 0;
   for (;;) {
     const auto end = key.find_first_of("\\/", start);
-    if (key.substr(start, end - start) == "..") return false;
-    if (end == std::string::npos) return true;
+    const std::string segment = key.substr(start, end - start);
+    if (segment == "..") return "leaves the working directory";
+    // "x/", ".", "a//b": the path would end at, or pass through, a folder's own name.
+    if (segment.empty() || segment == ".") return "does not name a file";
+    if (end == std::string::npos) return nullptr;
     start = end + 1;
   }
 }

@@ -20,11 +20,14 @@ struct TaskListEntry {
 
 // Empty when the body is not accepted: not a JSON object, or "code" is not the string "100",
 // or "msg" not the string "success". Elements lacking "taskId" or "pic" are left out; elements
-// whose members have other types come back not well-formed.
-std::optional<std::vector<TaskListEntry>> parseTaskList(const std::string& body);
+// whose members have other types come back not well-formed. A body refused only because it is
+// not UTF-8 gets `refusal` set to why.
+std::optional<std::vector<TaskListEntry>> parseTaskList(const std::string& body,
+                                                       std::string* refusal = nullptr);
 
-// True for an object key that may become a path under the working directory: not empty,
-// relative (no leading separator, no drive letter), no ".." segment, no NUL.
-bool isSafePictureKey(const std::string& key);
+// Why an object key may not become a file path under the working directory, or nullptr when
+// it may: it must be relative (no leading separator, no drive), without ".." (leaving), "." or
+// empty segments (naming a folder), and without NUL.
+const char* pictureKeyProblem(const std::string& key);
 
 }  // namespace kps

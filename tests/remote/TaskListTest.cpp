@@ -5,19 +5,26 @@
 namespace kps {
 namespace {
 
-TEST(PictureKey, OnlyKeysThatStayUnderTheWorkingDirectory) {
+TEST(PictureKey, OnlyKeysNamingAFileUnderTheWorkingDirectory) {
+  const char* const leaves = "leaves the working directory";
+  const char* const noFile = "does not name a file";
   struct Case {
     std::string key;
-    bool safe;
+    const char* problem;
   };
   const Case cases[] = {
-      {"a.jpg", true},           {"a/b/c.jpg", true},      {"..a/b.jpg", true},  // fuzz regression
-      {"a/..b/c..", true},       {"a\\b.jpg", true},       {"../a.jpg", false},
-      {"a/../../b.jpg", false},  {"a\\..\\b.jpg", false},  {"..", false},
-      {"/etc/x", false},         {"\\\\server\\x", false}, {"C:\\x.jpg", false},
-      {"c:x.jpg", false},        {"", false},              {std::string("a\0b", 3), false},
+      {"a.jpg", nullptr},        {"a/b/c.jpg", nullptr},   {"..a/b.jpg", nullptr},  // fuzz regression
+      {"a/..b/c..", nullptr},    {"a\\b.jpg", nullptr},    {"../a.jpg", leaves},
+      {"a/../../b.jpg", leaves}, {"a\\..\\b.jpg", leaves}, {"..", leaves},
+      {"/etc/x", leaves},        {"\\\\server\\x", leaves}, {"C:\\x.jpg", leaves},
+      {"c:x.jpg", leaves},       {"", noFile},             {"x/", noFile},
+      {".", noFile},             {"a/./b.jpg", noFile},    {"a//b.jpg", noFile},
+      {std::string("a\0b", 3), "holds a NUL character"},
   };
-  for (const auto& c : cases) EXPECT_EQ(isSafePictureKey(c.key), c.safe) << c.key;
+  for (const auto& c : cases) {
+    const char* problem = pictureKeyProblem(c.key);
+    EXPECT_STREQ(problem ? problem : "(none)", c.problem ? c.problem : "(none)") << c.key;
+  }
 }
 
 }  // namespace
