@@ -35,6 +35,8 @@ class PrinterConfig {
   // ("invalid stoi argument") or std::out_of_range ("stoi argument out of range") for an
   // integer setting that is missing or does not fit; settings read before it keep their values.
   PrinterConfigValues load();
+  // The settings as they stand, also after a load that failed part-way.
+  const PrinterConfigValues& values() const { return values_; }
 
  private:
   std::string path_;

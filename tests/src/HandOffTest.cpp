@@ -4,8 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <future>
 #include <thread>
 #include <vector>
@@ -46,6 +50,15 @@ bool flagWhileWorkerWaits() {
   return newOrderFlag;
 }
 
+// True while the thread sleeps in the kernel on a futex: for a thread whose next step is
+// taking a mutex, that it is blocked on it.
+bool blockedOnFutex(pid_t tid) {
+  std::ifstream in("/proc/self/task/" + std::to_string(tid) + "/syscall");
+  long number = -1;
+  in >> number;
+  return number == SYS_futex;
+}
+
 TEST(HandOff, OrdersStoredDuringARunGiveExactlyOneMoreRun) {
   std::atomic<int> runs{0};
   std::promise<void> firstStarted, releaseFirst, secondDone;
@@ -62,8 +75,17 @@ TEST(HandOff, OrdersStoredDuringARunGiveExactlyOneMoreRun) {
 
   announceNewOrders(nullptr);
   firstStarted.get_future().wait();
-  // An intake pass while the run holds the mutex queues behind it.
-  std::thread intake([] { announceNewOrders(nullptr); });
+  // An intake pass while the run holds the mutex queues behind it: the run ends only once
+  // the intake is certainly waiting for the mutex.
+  std::atomic<pid_t> intakeTid{0};
+  std::thread intake([&] {
+    intakeTid = static_cast<pid_t>(::syscall(SYS_gettid));
+    announceNewOrders(nullptr);
+  });
+  const auto deadline = std::chrono::steady_clock::now() + 10s;
+  while (!(intakeTid && blockedOnFutex(intakeTid)) && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::yield();
+  EXPECT_EQ(runs.load(), 1);
   releaseFirst.set_value();
   intake.join();
   ASSERT_EQ(secondDone.get_future().wait_for(10s), std::future_status::ready);

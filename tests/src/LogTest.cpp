@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <ctime>
 #include <iostream>
 #include <regex>
 #include <sstream>
@@ -50,11 +52,27 @@ TEST(Log, LineFormatsWithEveryValueKind) {
   }
 }
 
-TEST(Log, TimeStampIsCurrentLocalTime) {
-  const std::string before = localTimeString();
+// The zone's time computed without the local-time functions under test: UTC plus 5:30.
+std::string utcPlusFiveThirty() {
+  const std::time_t shifted = std::time(nullptr) + 5 * 3600 + 30 * 60;
+  std::tm utc{};
+  gmtime_r(&shifted, &utc);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &utc);
+  return text;
+}
+
+TEST(Log, TimeStampIsLocalTimeOfTheMachinesZone) {
+  const char* old = std::getenv("TZ");
+  const std::string saved = old ? old : "";
+  ::setenv("TZ", "KPS-05:30", 1);  // a zone with no daylight saving, half an hour off the hour
+  ::tzset();
+  const std::string before = utcPlusFiveThirty();
   CoutCapture capture;
   logLine(KPS_TAG_TASK, 1, "x");
-  const std::string after = localTimeString();
+  const std::string after = utcPlusFiveThirty();
+  old ? ::setenv("TZ", saved.c_str(), 1) : ::unsetenv("TZ");
+  ::tzset();
   const std::string stamp = capture.text().substr(1, 19);
   EXPECT_LE(before, stamp);
   EXPECT_LE(stamp, after);

@@ -20,6 +20,7 @@ struct OutcomeCase {
   std::vector<int> codes;  // one per copy, in order
   std::string row;         // status|completedNumber|failReason after the run
   const char* closingLine; // the run's last line for the order, or nullptr
+  bool stamped;            // every change a copy made was followed by updateTime
 };
 
 class PrintRunTest : public ::testing::Test {
@@ -37,15 +38,15 @@ class PrintRunTest : public ::testing::Test {
 
 TEST_F(PrintRunTest, RowOutcomesCopyByCopy) {
   const OutcomeCase cases[] = {
-      {"all_printed", 3, {0, 0, 0}, "2|3|-", "Print success "},
-      {"one_copy_failed", 1, {-7}, "4|-|IPP_TIME_OUT", nullptr},
-      {"all_failed", 2, {-3, -6}, "4|-|IPP_JOB_HELD", nullptr},
+      {"all_printed", 3, {0, 0, 0}, "2|3|-", "Print success ", true},
+      {"one_copy_failed", 1, {-7}, "4|-|IPP_TIME_OUT", nullptr, true},
+      {"all_failed", 2, {-3, -6}, "4|-|IPP_JOB_HELD", nullptr, true},
       {"first_failed_then_printed", 3, {-1, 0, 0}, "5|2|IPP_JOB_HELD_NOT_PRINTER",
-       "Print faild PARTIAL_COMPLETED "},
-      {"first_printed_then_failed", 2, {0, -4}, "5|1|-", "Print faild PARTIAL_COMPLETED "},
-      {"zero_copies", 0, {}, "2|0|-", "Print success "},
-      {"negative_copies", -2, {}, "0|-|-", nullptr},
-      {"unnamed_failure", 1, {-9}, "4|-|", nullptr},
+       "Print faild PARTIAL_COMPLETED ", true},
+      {"first_printed_then_failed", 2, {0, -4}, "5|1|-", "Print faild PARTIAL_COMPLETED ", true},
+      {"zero_copies", 0, {}, "2|0|-", "Print success ", false},  // no copy, no stamp
+      {"negative_copies", -2, {}, "0|-|-", nullptr, false},
+      {"unnamed_failure", 1, {-9}, "4|-|", nullptr, true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -62,6 +63,8 @@ TEST_F(PrintRunTest, RowOutcomesCopyByCopy) {
     store.printPendingOrders();
     EXPECT_EQ(next, c.codes.size());
     EXPECT_EQ(row(c.name), c.row);
+    EXPECT_EQ(file.scalar("SELECT updateTime IS NOT NULL FROM local WHERE uuid='" + std::string(c.name) + "'"),
+              c.stamped ? "1" : "0");
     const std::string out = log.text();
     if (c.closingLine) {
       EXPECT_NE(out.find(std::string("] ") + c.closingLine + "\n"), std::string::npos) << out;
@@ -112,6 +115,7 @@ TEST_F(PrintRunTest, WithdrawnAndIncompleteRowsAreNeverPrinted) {
   store.printPendingOrders();
   EXPECT_EQ(printed, std::vector<std::string>{"Studio Printer"});  // the configured name always
   EXPECT_EQ(row("withdrawn"), "3|0|-");
+  EXPECT_NE(file.scalar("SELECT updateTime FROM local WHERE uuid='withdrawn'"), "NULL");
   EXPECT_EQ(row("empty-delete"), "2|1|-");
   EXPECT_EQ(row("no-type"), "0|-|-");
   EXPECT_NE(log.text().find("order skipped, NULL uuid, path or type: no-type"), std::string::npos);

@@ -123,6 +123,7 @@ TEST(TwoStores, WritesFromTwoThreadsThroughTwoObjectsAreAllKept) {
     for (int i = 0; i < kRows; ++i)
       ASSERT_TRUE(intake.insertOrder("local", "O", "T-" + std::to_string(i), "p", 0, 1, "frames"));
   });
+  const auto deadline = std::chrono::steady_clock::now() + 60s;  // a failed insert ends the wait
   std::thread stamper([&] {
     for (int i = 0; i < kRows; ++i) {
       // Stamps land once the row exists; retry the ones that raced ahead of the insert.
@@ -131,6 +132,7 @@ TEST(TwoStores, WritesFromTwoThreadsThroughTwoObjectsAreAllKept) {
       do {
         rows.clear();
         shared.getOrdersByOrderNo("local", "O", rows);
+        if (std::chrono::steady_clock::now() > deadline) return;
       } while (static_cast<int>(rows.size()) <= i);
       shared.updateStatus(uuid, 2, 1);
       shared.updateTime(uuid);
