@@ -4,7 +4,8 @@
 #   cups.sh start DIR CUPS_PORT EVE_PORT   start dbus, ippeveprinter and cupsd under DIR
 #   cups.sh stop DIR                        stop them by their PIDs
 #
-# Queues: "kps-virtual" (ippeveprinter, colour, keeps every document in DIR/spool),
+# Queues: "kps-virtual" (ippeveprinter, colour, keeps every document in DIR/eve with the job's
+# attributes beside it in DOC.attrs),
 # "kps-file" (fast, file:///dev/null), "kps-script" (backend DIR/serverbin/backend/kps-script,
 # whose behaviour is read from DIR/script-mode: ok, media-empty, offline, fail, hang).
 # Clients use CUPS_SERVER=localhost:CUPS_PORT.
@@ -96,6 +97,13 @@ LogLevel info
 </Policy>
 CONF
 
+# What each job carried, as the virtual printer received it: DOC.attrs beside the kept DOC.
+cat > "$dir/record-job" <<'SCRIPT'
+#!/bin/sh
+env | grep '^IPP_' | sort > "$1.attrs"
+SCRIPT
+chmod 755 "$dir/record-job"
+
 # ippeveprinter needs a system bus; a private one is enough.
 cat > "$dir/etc/dbus.conf" <<CONF
 <busconfig>
@@ -113,7 +121,7 @@ for _ in $(seq 50); do [ -S "$dir/run/dbus.sock" ] && break; sleep 0.1; done
 DBUS_SYSTEM_BUS_ADDRESS="unix:path=$dir/run/dbus.sock" \
   ippeveprinter -n localhost -p "$eve_port" -r off -s 10,10 -k -d "$dir/eve" \
   -f image/jpeg,image/pwg-raster,application/pdf,application/postscript \
-  -c /bin/true kps-virtual >"$dir/log/ippeveprinter.log" 2>&1 &
+  -c "$dir/record-job" kps-virtual >"$dir/log/ippeveprinter.log" 2>&1 &
 echo $! > "$dir/ippeveprinter.pid"
 
 cupsd -t -c "$dir/etc/cupsd.conf" -s "$dir/etc/cups-files.conf" >/dev/null

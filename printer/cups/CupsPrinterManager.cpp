@@ -4,6 +4,8 @@
 #include <cups/cups.h>
 
 #include <chrono>
+#include <functional>
+#include <iterator>
 #include <iostream>
 #include <memory>
 #include <thread>
@@ -65,6 +67,73 @@ std::string printerUri(const std::string& name) {
   return uri;
 }
 
+// A queue of the scheduler itself, as CUPS-Get-Printers lists it (never a network printer
+// found on the fly), in the scheduler's order.
+struct Queue {
+  std::string name;
+  bool usable = true;  // running and accepting jobs: what a printer not working offline is
+};
+
+// Empty with `failed` set when the scheduler cannot be asked; empty alone when it has no queue.
+std::vector<Queue> schedulerQueues(bool& failed) {
+  static const char* const wanted[] = {"printer-name", "printer-state", "printer-is-accepting-jobs",
+                                       "printer-is-temporary"};
+  ipp_t* request = ippNewRequest(IPP_OP_CUPS_GET_PRINTERS);
+  ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes",
+                static_cast<int>(std::size(wanted)), nullptr, wanted);
+  Ipp response(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/"));
+  failed = !response && cupsLastError() != IPP_STATUS_ERROR_NOT_FOUND;
+  std::vector<Queue> queues;
+  if (!response) return queues;
+  Queue queue;
+  bool temporary = false;
+  const auto flush = [&] {
+    if (!queue.name.empty() && !temporary) queues.push_back(queue);
+    queue = Queue{};
+    temporary = false;
+  };
+  for (ipp_attribute_t* attr = ippFirstAttribute(response.get()); attr;
+       attr = ippNextAttribute(response.get())) {
+    if (ippGetGroupTag(attr) != IPP_TAG_PRINTER) {  // the separator between two printers
+      flush();
+      continue;
+    }
+    const std::string name = ippGetName(attr) ? ippGetName(attr) : "";
+    if (name == "printer-name") queue.name = ippGetString(attr, 0, nullptr);
+    if (name == "printer-state") queue.usable &= ippGetInteger(attr, 0) != IPP_PSTATE_STOPPED;
+    if (name == "printer-is-accepting-jobs") queue.usable &= ippGetBoolean(attr, 0) != 0;
+    if (name == "printer-is-temporary") temporary = ippGetBoolean(attr, 0) != 0;
+  }
+  flush();
+  return queues;
+}
+
+// What the configured Windows numbers mean to the queue for a product type. Empty, with a
+// line naming the number, when one has no CUPS name.
+struct JobMedia {
+  std::string size, source, type;
+};
+std::optional<JobMedia> jobMediaFor(std::int32_t paper) {
+  const auto size = pwgMediaForPaper(static_cast<std::int16_t>(paper));
+  const auto source = pwgSourceForBin(static_cast<std::int16_t>(PrinterSettings.rearfeeder));
+  if (!size || !source) {
+    std::cerr << "No CUPS name for " << (!size ? "paper size " : "paper source ")
+              << (!size ? static_cast<std::int16_t>(paper)
+                        : static_cast<std::int16_t>(PrinterSettings.rearfeeder))
+              << " of config.ini (see the README's paper table)" << std::endl;
+    return std::nullopt;
+  }
+  return JobMedia{*size, *source, *pwgTypeForMedia(326)};
+}
+
+// The job's own media: printers take it from the job, not from the queue's defaults.
+std::string mediaCol(const JobMedia& media) {
+  const pwg_media_t* size = pwgMediaForPWG(media.size.c_str());
+  return "{media-size={x-dimension=" + std::to_string(size ? size->width : 0) +
+         " y-dimension=" + std::to_string(size ? size->length : 0) + "} media-source=" +
+         media.source + " media-type=" + media.type + "}";
+}
+
 cairo_status_t appendToString(void* closure, const unsigned char* data, unsigned int length) {
   static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), length);
   return CAIRO_STATUS_SUCCESS;
@@ -109,22 +178,19 @@ std::string renderPage(cairo_surface_t* picture, const cups_size_t& media, const
 }  // namespace
 
 std::vector<std::wstring> PrinterManager::EnumeratePrinters() {
-  Dests dests;
+  bool failed = false;
+  const std::vector<Queue> queues = schedulerQueues(failed);
   std::vector<std::wstring> names;
-  if (dests.count == 0) {
-    if (cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE && cupsLastError() != IPP_STATUS_ERROR_NOT_FOUND)
+  if (queues.empty()) {
+    if (failed)
       std::cerr << "Failed to enumerate printers. Error: " << cupsLastError() << std::endl;
     else
       std::cerr << "No printers found." << std::endl;
     return names;
   }
-  for (int i = 0; i < dests.count; ++i) {
-    const cups_dest_t& dest = dests.list[i];
-    if (dest.instance) continue;
-    // A queue that refuses jobs is what a work-offline printer is on Windows.
-    if (option(&dest, "printer-is-accepting-jobs") == "false") continue;
-    names.push_back(utf8ToWide(dest.name));
-  }
+  // A stopped queue, or one refusing jobs, is what a printer working offline is on Windows.
+  for (const Queue& queue : queues)
+    if (queue.usable) names.push_back(utf8ToWide(queue.name));
   return names;
 }
 
@@ -151,14 +217,14 @@ bool PrinterManager::SelectPrinter(const std::wstring& target, std::wstring& ful
 }
 
 void PrinterManager::ListInstalledPrinters() {
-  Dests dests;
-  if (dests.count == 0 && cupsLastError() > IPP_STATUS_OK_EVENTS_COMPLETE) {
+  bool failed = false;
+  const std::vector<Queue> queues = schedulerQueues(failed);
+  if (failed) {
     wideErr(L"Failed to enumerate printers.");
     return;
   }
   std::string text = "Installed printers:\n";
-  for (int i = 0; i < dests.count; ++i)
-    if (!dests.list[i].instance) text += std::string(dests.list[i].name) + "\n";
+  for (const Queue& queue : queues) text += queue.name + "\n";
   std::cout << text << std::flush;
 }
 
@@ -170,16 +236,8 @@ std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
     return -1;
   }
   // The configured numbers are the Windows driver's; the queue takes PWG names.
-  const auto media = pwgMediaForPaper(static_cast<std::int16_t>(*paper));
-  const auto source = pwgSourceForBin(static_cast<std::int16_t>(PrinterSettings.rearfeeder));
-  const auto mediaType = pwgTypeForMedia(326);
-  if (!media || !source || !mediaType) {
-    std::cerr << "No CUPS name for " << (!media ? "paper size " : "paper source ")
-              << (!media ? static_cast<std::int16_t>(*paper)
-                         : static_cast<std::int16_t>(PrinterSettings.rearfeeder))
-              << " of config.ini (see the README's paper table)" << std::endl;
-    return 2;
-  }
+  const auto media = jobMediaFor(*paper);
+  if (!media) return 2;
 
   const std::string name = wideToUtf8(printerName);
   const Dest dest = openDest(name);
@@ -196,11 +254,12 @@ std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
                printerUri(name).c_str());
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
-  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-default", nullptr, media->c_str());
+  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-default", nullptr,
+               media->size.c_str());
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-source-default", nullptr,
-               source->c_str());
+               media->source.c_str());
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-type-default", nullptr,
-               mediaType->c_str());
+               media->type.c_str());
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "sides-default", nullptr, "one-sided");
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "print-color-mode-default", nullptr,
                "color");
@@ -228,18 +287,29 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   }
   std::unique_ptr<cups_dinfo_t, DestInfoDeleter> info(
       cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get()));
-  cups_size_t media{};
-  if (!info || !cupsGetDestMediaDefault(CUPS_HTTP_DEFAULT, dest.get(), info.get(), 0, &media)) {
+  const auto media = jobMediaFor(*paperSizeFor(type, PrinterSettings));
+  cups_size_t page{};
+  if (!info || !media ||
+      !(cupsGetDestMediaByName(CUPS_HTTP_DEFAULT, dest.get(), info.get(), media->size.c_str(),
+                               CUPS_MEDIA_FLAGS_DEFAULT, &page) ||
+        cupsGetDestMediaDefault(CUPS_HTTP_DEFAULT, dest.get(), info.get(), 0, &page))) {
     std::cerr << "Unable to open printer" << std::endl;
     return kPrintTimeOut;
   }
   std::int32_t code = kPrintOk;
-  const std::string pdf = renderPage(picture.get(), media, *size, code);
+  const std::string pdf = renderPage(picture.get(), page, *size, code);
   if (pdf.empty()) return code;
 
+  // Every job says itself what it needs: the queue's defaults do not reach every printer.
+  cups_option_t* options = nullptr;
+  int count = cupsAddOption("media-col", mediaCol(*media).c_str(), 0, &options);
+  count = cupsAddOption("sides", "one-sided", count, &options);
+  count = cupsAddOption("print-color-mode", "color", count, &options);
+  const std::unique_ptr<cups_option_t, std::function<void(cups_option_t*)>> ownedOptions(
+      options, [count](cups_option_t* list) { cupsFreeOptions(count, list); });
   int jobId = 0;
-  if (cupsCreateDestJob(CUPS_HTTP_DEFAULT, dest.get(), info.get(), &jobId, "Print Image", 0,
-                        nullptr) > IPP_STATUS_OK_CONFLICTING ||
+  if (cupsCreateDestJob(CUPS_HTTP_DEFAULT, dest.get(), info.get(), &jobId, "Print Image", count,
+                        options) > IPP_STATUS_OK_CONFLICTING ||
       jobId <= 0)
     return kPrintDocumentStart;
   if (cupsStartDestDocument(CUPS_HTTP_DEFAULT, dest.get(), info.get(), jobId, "Print Image",
@@ -264,6 +334,9 @@ std::int32_t PrinterManager::WaitForJobCompletion(PrinterHandle printer, std::in
         ippAddInteger(jobRequest, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", jobId);
         Ipp job(cupsDoRequest(CUPS_HTTP_DEFAULT, jobRequest, "/"));
         if (cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND) {
+          logLine(KPS_TAG_PRINTER, __LINE__,
+                  "GetJob failed: job might have been deleted or finished. Error code:",
+                  static_cast<std::uint32_t>(cupsLastError()));
           view.known = false;
         } else if (!job || cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
           std::cerr << "GetJob failed. Error code: " << cupsLastError() << std::endl;

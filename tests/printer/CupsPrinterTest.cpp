@@ -54,6 +54,7 @@ class CupsPrinterTest : public ::testing::Test {
     cups->tool("cancel -a kps-script");
     cups->tool("cupsenable kps-script");
     cups->tool("cupsaccept kps-file");
+    cups->tool("cupsenable kps-file");
     // A backend's printer-state-reasons outlive its job; the next job's backend clears them.
     cups->setScriptMode("ok");
     const std::string id = "kps-script-" + std::to_string(submit("kps-script")) + " ";
@@ -75,12 +76,17 @@ class CupsPrinterTest : public ::testing::Test {
   JobWaitTiming saved_;
 };
 
-TEST_F(CupsPrinterTest, QueuesAreFoundAndARefusingQueueIsSkipped) {
+TEST_F(CupsPrinterTest, TheSchedulersQueuesInItsOrderWithoutStoppedOrRefusingOnes) {
   EXPECT_EQ(manager.EnumeratePrinters(),
             (std::vector<std::wstring>{L"kps-file", L"kps-script", L"kps-virtual"}));
-  ASSERT_EQ(cups->tool("cupsreject kps-file"), 0);
-  EXPECT_EQ(manager.EnumeratePrinters(), (std::vector<std::wstring>{L"kps-script", L"kps-virtual"}));
-  EXPECT_EQ(manager.FindPrinter(L"file"), L"");
+  for (const char* offline : {"cupsdisable kps-file", "cupsreject kps-file"}) {
+    ASSERT_EQ(cups->tool(offline), 0);
+    EXPECT_EQ(manager.EnumeratePrinters(), (std::vector<std::wstring>{L"kps-script", L"kps-virtual"}))
+        << offline;
+    EXPECT_EQ(manager.FindPrinter(L"file"), L"") << offline;
+    cups->tool("cupsenable kps-file");
+    cups->tool("cupsaccept kps-file");
+  }
 }
 
 TEST_F(CupsPrinterTest, SelectionMakesTheMatchTheDefault) {
@@ -146,7 +152,12 @@ TEST_F(CupsPrinterTest, JobStatesMapToResultCodes) {
   // Cancelled.
   EXPECT_EQ(manager.WaitForJobCompletion("kps-script", job), -1);
   // Forgotten by the scheduler.
-  EXPECT_EQ(manager.WaitForJobCompletion("kps-script", 999999), 0);
+  {
+    OutputWatcher out;
+    EXPECT_EQ(manager.WaitForJobCompletion("kps-script", 999999), 0);
+    EXPECT_NE(out.text().find("] GetJob failed: job might have been deleted or finished. Error code:1030\n"),
+              std::string::npos) << out.text();
+  }
   // Completed.
   job = submit("kps-script");
   EXPECT_EQ(manager.WaitForJobCompletion("kps-script", job), 0);
@@ -202,6 +213,12 @@ TEST_F(CupsPrinterTest, PrintedPageHasThePictureAtItsSizeTopLeft) {
   for (const auto& entry : std::filesystem::recursive_directory_iterator(cups->keptDocumentsDir()))
     if (entry.is_regular_file() && entry.path().extension() == ".pdf") kept = entry.path().string();
   ASSERT_FALSE(kept.empty());
+  // The job itself carried the paper, tray and media type, as the printer received them.
+  const std::string attributes = cups->output("cat " + kept + ".attrs");
+  for (const char* line : {"IPP_MEDIA_COL={media-size={x-dimension=10160 y-dimension=15240} ",
+                           "media-source=auto ", "media-type=photographic-glossy}",
+                           "\nIPP_SIDES=one-sided\n", "\nIPP_PRINT_COLOR_MODE=color\n"})
+    EXPECT_NE(attributes.find(line), std::string::npos) << line << "\n" << attributes;
   const std::string info = cups->output("pdfinfo " + kept);
   // 4 x 6 in media: 288 x 432 points.
   EXPECT_NE(info.find("Page size:       288 x 432 pts"), std::string::npos) << info;
