@@ -137,30 +137,48 @@ TEST(BadInput, ObjectStoreAnswers) {
 
 struct PictureCase {
   const char* name;
-  std::function<std::string(TempDir&)> make;
+  std::function<std::string(TempDir&)> make;  // from good.jpg, 40 x 60, red left, blue right
   bool loads;
 };
 
+// What GDI+ prints must print here too; what is not a whole picture must not.
 TEST(BadInput, PictureFiles) {
-  const auto jpeg = [](TempDir& dir) {
-    writeTestJpeg(dir.file("good.jpg"), 40, 60);
-    return dir.read("good.jpg");
+  const auto converted = [](std::string arguments, std::string out) {
+    return [=](TempDir& d) {
+      EXPECT_EQ(std::system(("cd " + d.path() + " && convert good.jpg " + arguments + " " + out).c_str()), 0);
+      return d.file(out.substr(out.find(':') + 1));
+    };
+  };
+  const auto edited = [](std::function<std::string(const std::string&)> edit) {
+    return [=](TempDir& d) { return d.write("p.jpg", edit(d.read("good.jpg"))); };
   };
   const PictureCase cases[] = {
-      {"good JPEG", [&](TempDir& d) { return d.write("p.jpg", jpeg(d)); }, true},
-      {"truncated JPEG", [&](TempDir& d) { const auto b = jpeg(d); return d.write("p.jpg", b.substr(0, b.size() / 2)); }, false},
-      {"JPEG header only", [&](TempDir& d) { return d.write("p.jpg", jpeg(d).substr(0, 20)); }, false},
-      {"zero bytes", [](TempDir& d) { return d.write("p.jpg", ""); }, false},
-      {"PNG named .jpg", [](TempDir& d) { writeTestPng(d.file("p.jpg"), 30, 30); return d.file("p.jpg"); }, true},
-      {"truncated PNG", [](TempDir& d) { writeTestPng(d.file("x.png"), 30, 30); return d.write("p.png", d.read("x.png").substr(0, 40)); }, false},
-      {"text named .jpg", [](TempDir& d) { return d.write("p.jpg", "not a picture at all"); }, false},
+      {"good JPEG", [](TempDir& d) { return d.file("good.jpg"); }, true},
+      {"CMYK JPEG", converted("-colorspace CMYK", "p.jpg"), true},
+      {"PNG named .jpg", converted("", "png:p.jpg"), true},
+      {"BMP", converted("", "p.bmp"), true},
+      {"GIF", converted("", "p.gif"), true},
+      {"TIFF", converted("", "p.tiff"), true},
+      {"JPEG with stray bytes before its end marker",
+       edited([](const std::string& b) { return b.substr(0, b.size() - 2) + std::string(3, '\0') + b.substr(b.size() - 2); }),
+       true},
+      {"truncated JPEG", edited([](const std::string& b) { return b.substr(0, b.size() / 2); }), false},
+      {"JPEG header only", edited([](const std::string& b) { return b.substr(0, 20); }), false},
+      {"truncated PNG", [&](TempDir& d) { converted("", "x.png")(d); return d.write("p.png", d.read("x.png").substr(0, 40)); }, false},
+      {"zero bytes", edited([](const std::string&) { return ""; }), false},
+      {"text named .jpg", edited([](const std::string&) { return "not a picture at all"; }), false},
       {"a folder", [](TempDir& d) { std::filesystem::create_directories(d.file("dir.jpg")); return d.file("dir.jpg"); }, false},
       {"missing", [](TempDir& d) { return d.file("none.jpg"); }, false},
   };
   for (const auto& c : cases) {
     TempDir dir;
-    const std::string path = c.make(dir);
-    EXPECT_EQ(static_cast<bool>(loadPicture(path)), c.loads) << c.name;
+    ASSERT_TRUE(writeTestJpeg(dir.file("good.jpg"), 40, 60));
+    const CairoSurface picture = loadPicture(c.make(dir));
+    ASSERT_EQ(static_cast<bool>(picture), c.loads) << c.name;
+    if (!picture) continue;
+    const auto* row = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(picture.get()));
+    EXPECT_EQ(row[0] & 0xF0F0F0, 0xF00000u) << c.name;   // red on the left
+    EXPECT_EQ(row[39] & 0xF0F0F0, 0x0000F0u) << c.name;  // blue on the right
   }
 }
 

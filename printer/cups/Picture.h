@@ -1,4 +1,5 @@
-// A picture file decoded into a cairo image surface (JPEG or PNG, told by content, not name).
+// A picture file decoded into a cairo image surface: JPEG (CMYK too), PNG, BMP, GIF, TIFF and
+// the other formats the system's gdk-pixbuf loaders read, told by content, not name.
 #pragma once
 
 #include <cairo.h>
@@ -18,7 +19,7 @@ struct CairoDeleter {
 };
 using Cairo = std::unique_ptr<cairo_t, CairoDeleter>;
 
-// Null when the file is missing, unreadable, or not a whole JPEG or PNG picture.
+// Null when the file is missing, unreadable, or not a picture the loaders can decode.
 CairoSurface loadPicture(const std::string& path);
 
 }  // namespace kps
