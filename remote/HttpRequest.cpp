@@ -5,13 +5,14 @@
 #include <memory>
 
 #include "Deployment.h"
+#include "remote/Curl.h"
 
 namespace kps {
 
 CURLcode lastTaskListResult = CURLE_OK;
 
 HttpSettings& httpSettings() {
-  static HttpSettings settings{30000, deployment::kCaBundle};
+  static HttpSettings settings{30000, 0, deployment::kCaBundle};
   return settings;
 }
 
@@ -22,16 +23,9 @@ std::size_t WriteResponse(void* data, std::size_t size, std::size_t count, void*
 
 namespace {
 
-struct CurlDeleter {
-  void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
-};
-struct SlistDeleter {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-
 int performRequest(const std::string& url, const std::string& params, const char* method,
                    std::string& response, bool quiet) {
-  std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
+  const CurlEasy curl = newTransfer();
   if (!curl) {
     std::cerr << "libcurl init error" << std::endl;
     return -1;
@@ -40,14 +34,14 @@ int performRequest(const std::string& url, const std::string& params, const char
   const bool get = is("GET") || is("get");
   const bool post = is("POST") || is("post");
   std::string requestUrl = url;
-  std::unique_ptr<curl_slist, SlistDeleter> headers;
+  CurlHeaders headers;
   if (get) {
     if (!params.empty()) requestUrl += "?" + params;
     curl_easy_setopt(curl.get(), CURLOPT_URL, requestUrl.c_str());
-    headers.reset(curl_slist_append(nullptr, "Accept: application/json"));
+    addHeader(headers, "Accept: application/json");
   } else if (post) {
     curl_easy_setopt(curl.get(), CURLOPT_URL, requestUrl.c_str());
-    headers.reset(curl_slist_append(nullptr, "Content-Type: application/json"));
+    addHeader(headers, "Content-Type: application/json");
     curl_easy_setopt(curl.get(), CURLOPT_POST, 1L);
     curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, params.c_str());
     curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(params.size()));
@@ -59,12 +53,9 @@ int performRequest(const std::string& url, const std::string& params, const char
   curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
   curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, httpSettings().timeoutMs);
   curl_easy_setopt(curl.get(), CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(curl.get(), CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+  curl_easy_setopt(curl.get(), CURLOPT_DNS_CACHE_TIMEOUT, httpSettings().dnsCacheSeconds);
   curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, WriteResponse);
   curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &body);
-  // Verification stays on; a configured bundle only replaces the default trust store.
-  if (!httpSettings().caBundle.empty())
-    curl_easy_setopt(curl.get(), CURLOPT_CAINFO, httpSettings().caBundle.c_str());
 
   const CURLcode result = curl_easy_perform(curl.get());
   if (!quiet) lastTaskListResult = result;

@@ -10,8 +10,9 @@ namespace kps {
 
 // Transport settings shared by every request; from the deployment, adjustable by tests.
 struct HttpSettings {
-  long timeoutMs = 30000;
-  std::string caBundle;  // empty: no TLS option is set at all
+  long timeoutMs = 30000;    // the whole backend request, connection included
+  long dnsCacheSeconds = 0;  // every backend request resolves its host afresh
+  std::string caBundle;      // empty: the TLS library's default trust store
 };
 HttpSettings& httpSettings();
 

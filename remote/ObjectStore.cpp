@@ -1,18 +1,18 @@
 #include "remote/ObjectStore.h"
 
-#include <curl/curl.h>
-
-
 #include <cctype>
-#include <chrono>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <memory>
-#include <thread>
 
 #include "Deployment.h"
-#include "remote/HttpRequest.h"
+#include "remote/Crc64.h"
+#include "remote/Curl.h"
 #include "remote/OssSigner.h"
+#include "src/FilePath.h"
 
 namespace kps {
 
@@ -22,16 +22,31 @@ OssSettings& ossSettings() {
   return settings;
 }
 
+bool isTransientTransferError(CURLcode code) {
+  switch (code) {
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_WRITE_ERROR:
+    case CURLE_OPERATION_TIMEDOUT:
+    case CURLE_GOT_NOTHING:
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_FAIL_REWIND:
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::atomic<std::int64_t>& ossClockOffsetSeconds() {
+  static std::atomic<std::int64_t> offset{0};
+  return offset;
+}
+
 namespace {
 
 struct FileCloser {
   void operator()(std::FILE* file) const { std::fclose(file); }
-};
-struct CurlDeleter {
-  void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
-};
-struct SlistDeleter {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
 
 bool startsWithNoCase(const std::string& text, const std::string& prefix) {
@@ -48,14 +63,46 @@ bool isIpAddress(const std::string& host) {
   return !name.empty() && name.find_first_not_of("0123456789.") == std::string::npos;
 }
 
-// One attempt's receiving end.
+// Seconds since 1970 of a UTC date and time, the same on every platform.
+std::int64_t utcSeconds(int year, int month, int day, int hour, int minute, int second) {
+  year -= month <= 2;
+  const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
+  const std::int64_t yearOfEra = year - era * 400;
+  const std::int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+  const std::int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+  return (era * 146097 + dayOfEra - 719468) * 86400 + hour * 3600 + minute * 60 + second;
+}
+
+// The store's clock: its ServerTime ("2026-11-22T08:53:44.000Z"), else its Date header; 0 when
+// neither can be read.
+std::int64_t storeClock(const std::string& serverTime, const std::string& date) {
+  int y, mo, d, h, mi, s;
+  if (std::sscanf(serverTime.c_str(), "%d-%d-%dT%d:%d:%d", &y, &mo, &d, &h, &mi, &s) == 6)
+    return utcSeconds(y, mo, d, h, mi, s);
+  const std::time_t parsed = date.empty() ? -1 : curl_getdate(date.c_str(), nullptr);
+  return parsed > 0 ? parsed : 0;
+}
+
+// A body that is not the store's document, as one short line an operator can read.
+std::string oneLine(const std::string& body) {
+  std::string line;
+  for (const char c : body.substr(0, 200)) line += (c == '\n' || c == '\r') ? ' ' : c;
+  return line;
+}
+
+// One attempt's receiving end. A 2xx body goes to the temporary file, created at its first
+// byte; any other body is kept as the error document. The file is removed unless kept.
 struct Transfer {
-  CURL* curl = nullptr;
-  const std::string* path = nullptr;
-  std::unique_ptr<std::FILE, FileCloser> file;
-  bool fileFailed = false;
-  std::string errorBody;
-  std::string requestIdHeader;
+  explicit Transfer(std::string temporaryPath) : temporary(std::move(temporaryPath)) {}
+  ~Transfer() {
+    file.reset();
+    if (created && !kept) {
+      std::error_code ignored;
+      std::filesystem::remove(toPath(temporary), ignored);
+    }
+  }
+  Transfer(const Transfer&) = delete;
+  Transfer& operator=(const Transfer&) = delete;
 
   static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* self) {
     auto& t = *static_cast<Transfer*>(self);
@@ -66,29 +113,105 @@ struct Transfer {
       t.errorBody.append(data, bytes);
       return bytes;
     }
-    if (!t.file) {
-      t.file.reset(std::fopen(t.path->c_str(), "w+b"));
-      if (!t.file) {
-        t.fileFailed = true;
-        return 0;  // abort the transfer: nowhere to put the bytes
-      }
+    if (!t.open()) return 0;  // aborts the transfer: nowhere to put the bytes
+    t.crc = crc64(t.crc, data, bytes);
+    if (std::fwrite(data, 1, bytes, t.file.get()) != bytes) {
+      t.writeFailure = std::strerror(errno);
+      return 0;
     }
-    return std::fwrite(data, 1, bytes, t.file.get());
+    return bytes;
   }
 
   static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* self) {
     auto& t = *static_cast<Transfer*>(self);
     const std::string line(data, size * count);
-    const std::string name = "x-oss-request-id:";
-    if (line.size() > name.size() && startsWithNoCase(line, name)) {
-      const auto start = line.find_first_not_of(" \t", name.size());
+    for (auto [name, target] : {std::pair{"x-oss-request-id:", &t.requestId},
+                                std::pair{"x-oss-hash-crc64ecma:", &t.crcHeader},
+                                std::pair{"date:", &t.date}}) {
+      const std::string prefix = name;
+      if (line.size() <= prefix.size() || !startsWithNoCase(line, prefix)) continue;
+      const auto start = line.find_first_not_of(" \t", prefix.size());
       const auto end = line.find_last_not_of(" \t\r\n");
-      if (start != std::string::npos && end >= start)
-        t.requestIdHeader = line.substr(start, end - start + 1);
+      if (start != std::string::npos && end >= start) *target = line.substr(start, end - start + 1);
     }
     return size * count;
   }
+
+  bool open() {
+    if (file) return true;
+    file.reset(openFile(temporary, "wb"));
+    created = created || file;
+    if (!file) writeFailure = std::strerror(errno);
+    return static_cast<bool>(file);
+  }
+
+  // Closes the whole body and moves it into place; false with writeFailure set when it
+  // could not be written.
+  bool keepAs(const std::string& finalPath) {
+    if (!open()) return false;  // an empty object still gets its (empty) file
+    const bool flushed = std::fflush(file.get()) == 0;
+    if (!flushed) writeFailure = std::strerror(errno);
+    file.reset();
+    if (!flushed) return false;
+    std::error_code error;
+    std::filesystem::rename(toPath(temporary), toPath(finalPath), error);
+    if (error) writeFailure = error.message();
+    kept = !error;
+    return kept;
+  }
+
+  CURL* curl = nullptr;
+  std::string temporary;
+  std::unique_ptr<std::FILE, FileCloser> file;
+  bool created = false;
+  bool kept = false;
+  std::uint64_t crc = 0;
+  std::string writeFailure;
+  std::string errorBody;
+  std::string requestId;
+  std::string crcHeader;
+  std::string date;
+  char detail[CURL_ERROR_SIZE] = {};
 };
+
+// One signed GET into `transfer`; its libcurl result and HTTP status.
+std::pair<CURLcode, long> perform(const OssSettings& settings, const std::string& url,
+                                  const std::string& key, Transfer& transfer) {
+  const CurlEasy curl = newTransfer();
+  if (!curl) return {CURLE_FAILED_INIT, 0};
+  const std::time_t now = std::time(nullptr) + static_cast<std::time_t>(ossClockOffsetSeconds());
+  OssRequestToSign request{"GET", settings.bucket, key, settings.region,
+                           {{"x-oss-date", ossDateTime(now)},
+                            {"x-oss-content-sha256", "UNSIGNED-PAYLOAD"}},
+                           {}};
+  CurlHeaders headers;
+  for (const auto& [name, value] : request.headers) addHeader(headers, name + ": " + value);
+  addHeader(headers, "Authorization: " + ossAuthorizationV4(settings.accessKeyId,
+                                                            settings.accessKeySecret, request, now));
+  transfer.curl = curl.get();
+  curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
+  curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
+  curl_easy_setopt(curl.get(), CURLOPT_CONNECTTIMEOUT_MS, settings.connectTimeoutMs);
+  curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_LIMIT, 1L);
+  curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_TIME, settings.stallSeconds);
+  curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, Transfer::onBody);
+  curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &transfer);
+  curl_easy_setopt(curl.get(), CURLOPT_HEADERFUNCTION, Transfer::onHeader);
+  curl_easy_setopt(curl.get(), CURLOPT_HEADERDATA, &transfer);
+  curl_easy_setopt(curl.get(), CURLOPT_ERRORBUFFER, transfer.detail);
+  const CURLcode result = curl_easy_perform(curl.get());
+  long status = 0;
+  curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
+  return {result, status};
+}
+
+OssError clientError(CURLcode result, const std::string& message, const std::string& requestId) {
+  OssError error;
+  error.code = "ClientError:" + std::to_string(200000 + result);
+  error.message = message;
+  error.requestId = requestId;
+  return error;
+}
 
 }  // namespace
 
@@ -107,64 +230,47 @@ std::string ossObjectUrl(const OssSettings& settings, const std::string& key) {
 bool fetchObjectToFile(const OssSettings& settings, const std::string& key,
                        const std::string& filePath, OssError& error) {
   const std::string url = ossObjectUrl(settings, key);
-  for (std::size_t attempt = 0;; ++attempt) {
-    std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
-    if (!curl) {
-      error = {"ClientError:" + std::to_string(200000 + CURLE_FAILED_INIT),
-               curl_easy_strerror(CURLE_FAILED_INIT), ""};
-      return false;
-    }
-    const std::time_t now = std::time(nullptr);
-    OssRequestToSign request{"GET", settings.bucket, key, settings.region,
-                             {{"x-oss-date", ossDateTime(now)},
-                              {"x-oss-content-sha256", "UNSIGNED-PAYLOAD"}},
-                             {}};
-    std::unique_ptr<curl_slist, SlistDeleter> headers;
-    for (const auto& [name, value] : request.headers)
-      headers.reset(curl_slist_append(headers.release(), (name + ": " + value).c_str()));
-    const std::string authorization =
-        "Authorization: " +
-        ossAuthorizationV4(settings.accessKeyId, settings.accessKeySecret, request, now);
-    headers.reset(curl_slist_append(headers.release(), authorization.c_str()));
-
-    Transfer transfer;
-    transfer.curl = curl.get();
-    transfer.path = &filePath;
-    curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
-    curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
-    curl_easy_setopt(curl.get(), CURLOPT_CONNECTTIMEOUT_MS, settings.connectTimeoutMs);
-    curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_LIMIT, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_TIME, settings.stallSeconds);
-    curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, Transfer::onBody);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &transfer);
-    curl_easy_setopt(curl.get(), CURLOPT_HEADERFUNCTION, Transfer::onHeader);
-    curl_easy_setopt(curl.get(), CURLOPT_HEADERDATA, &transfer);
-    if (!httpSettings().caBundle.empty())
-      curl_easy_setopt(curl.get(), CURLOPT_CAINFO, httpSettings().caBundle.c_str());
-
-    const CURLcode result = curl_easy_perform(curl.get());
-    long status = 0;
-    curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
+  bool clockCorrected = false;
+  for (std::size_t retries = 0;;) {
+    Transfer transfer(filePath + ".kps-download");
+    auto [result, status] = perform(settings, url, key, transfer);
     if (result == CURLE_OK && status >= 200 && status < 300) {
-      // An empty object still gets its (empty) file.
-      if (!transfer.file) transfer.file.reset(std::fopen(filePath.c_str(), "w+b"));
-      if (transfer.file && std::fflush(transfer.file.get()) == 0) return true;
-      error = {"ClientError:" + std::to_string(200000 + CURLE_WRITE_ERROR),
-               "cannot write " + filePath, ""};
-      return false;
+      if (!transfer.crcHeader.empty() && transfer.crcHeader != std::to_string(transfer.crc)) {
+        error = OssError{};
+        error.code = "CrcCheckError";
+        error.message = "CRC-64 of the received object " + std::to_string(transfer.crc) +
+                        " differs from the store's " + transfer.crcHeader;
+        error.requestId = transfer.requestId;
+        return false;
+      }
+      if (transfer.keepAs(filePath)) return true;
+      result = CURLE_WRITE_ERROR;
     }
     if (result != CURLE_OK) {
-      error = {"ClientError:" + std::to_string(200000 + result), curl_easy_strerror(result),
-               transfer.requestIdHeader};
-      if (transfer.fileFailed) error.message = "cannot write " + filePath;
+      const bool local = !transfer.writeFailure.empty();
+      error = clientError(result,
+                          local ? "cannot write " + transfer.temporary + ": " + transfer.writeFailure
+                          : *transfer.detail ? transfer.detail : curl_easy_strerror(result),
+                          transfer.requestId);
+      error.localWrite = local;
     } else {
       error = parseOssError(transfer.errorBody);
-      if (error.requestId.empty()) error.requestId = transfer.requestIdHeader;
+      if (error.code.empty()) {  // a proxy's page, an empty answer: not the store's document
+        error.code = "ServerError:" + std::to_string(status);
+        error.message = oneLine(transfer.errorBody);
+      }
+      if (error.requestId.empty()) error.requestId = transfer.requestId;
+      const std::int64_t storeNow = storeClock(error.serverTime, transfer.date);
+      if (error.code == "RequestTimeTooSkewed" && !clockCorrected && storeNow > 0) {
+        // Kiosk clocks drift: sign with the store's time from now on, and try again at once.
+        ossClockOffsetSeconds() = storeNow - static_cast<std::int64_t>(std::time(nullptr));
+        clockCorrected = true;
+        continue;
+      }
     }
-    const bool retryable = (result != CURLE_OK && !transfer.fileFailed) || status >= 500;
-    if (!retryable || attempt >= settings.retryDelaysMs.size()) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(settings.retryDelaysMs[attempt]));
+    const bool retryable = result != CURLE_OK ? isTransientTransferError(result) : status >= 500;
+    if (!retryable || retries >= settings.retryDelaysMs.size()) return false;
+    settings.pause(std::chrono::milliseconds(settings.retryDelaysMs[retries++]));
   }
 }
 

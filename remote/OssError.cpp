@@ -17,7 +17,12 @@ std::string element(const std::string& body, const std::string& name) {
 }  // namespace
 
 OssError parseOssError(const std::string& body) {
-  return OssError{element(body, "Code"), element(body, "Message"), element(body, "RequestId")};
+  OssError error;
+  error.code = element(body, "Code");
+  error.message = element(body, "Message");
+  error.requestId = element(body, "RequestId");
+  error.serverTime = element(body, "ServerTime");
+  return error;
 }
 
 }  // namespace kps

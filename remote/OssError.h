@@ -9,9 +9,12 @@ struct OssError {
   std::string code;
   std::string message;
   std::string requestId;
+  std::string serverTime;   // the store's clock, in a RequestTimeTooSkewed answer
+  bool localWrite = false;  // the object arrived but could not be written here
 };
 
-// Reads the three fields from an error body; a field that is missing stays empty. Never throws.
+// Reads the fields from an error body; a field that is missing stays empty, so a body that is
+// not the store's document gives an empty code. Never throws.
 OssError parseOssError(const std::string& body);
 
 }  // namespace kps

@@ -11,8 +11,10 @@
 // Object store (HTTPS on 18900, path-style /BUCKET/KEY): serves DATA_DIR/objects/KEY after
 //   checking the V4 signature with the official JavaScript signer; OSS error documents for a
 //   bad signature (403) or a missing key (404).
+//   Every object carries its CRC-64 in x-oss-hash-crc64ecma, as the real store sends it.
 //   DATA_DIR/oss-mode: ok (default) | fail (HTTP 500) | stall (headers, then nothing) | cut
 //   (half the body, then the connection drops)
+// Every TLS handshake appends a line to DATA_DIR/handshakes.log: "backend" or "oss".
 'use strict';
 const fs = require('fs');
 const https = require('https');
@@ -31,6 +33,22 @@ const tls = {
   cert: fs.readFileSync(path.join(certDir, 'server.pem')),
 };
 let requestCount = 0;
+
+// CRC-64/XZ (ECMA-182 polynomial, reflected, all-ones start and end), as the store reports it.
+const crcTable = (() => {
+  const table = [];
+  for (let i = 0n; i < 256n; i++) {
+    let crc = i;
+    for (let bit = 0; bit < 8; bit++) crc = (crc & 1n) ? (crc >> 1n) ^ 0xC96C5795D7870F42n : crc >> 1n;
+    table.push(crc);
+  }
+  return table;
+})();
+function crc64(bytes) {
+  let crc = 0xFFFFFFFFFFFFFFFFn;
+  for (const byte of bytes) crc = crcTable[Number((crc ^ BigInt(byte)) & 0xFFn)] ^ (crc >> 8n);
+  return (crc ^ 0xFFFFFFFFFFFFFFFFn).toString();
+}
 
 function mode(name) {
   try { return fs.readFileSync(path.join(dataDir, name), 'utf8').trim() || 'ok'; } catch { return 'ok'; }
@@ -107,7 +125,7 @@ function objectStore(req, res) {
   }
   const bytes = fs.readFileSync(file);
   res.writeHead(200, { 'Content-Type': 'image/jpeg', 'Content-Length': bytes.length,
-    'x-oss-request-id': requestId });
+    'x-oss-request-id': requestId, 'x-oss-hash-crc64ecma': crc64(bytes) });
   if (m === 'stall') return res.flushHeaders();
   if (m === 'cut') {
     res.write(bytes.subarray(0, Math.floor(bytes.length / 2)));
@@ -116,6 +134,10 @@ function objectStore(req, res) {
   res.end(bytes);
 }
 
-for (const port of [18443, 18444]) https.createServer(tls, backend).listen(port, '127.0.0.1');
-https.createServer(tls, objectStore).listen(18900, '127.0.0.1');
+function counted(server, name) {
+  server.on('secureConnection', () => fs.appendFileSync(path.join(dataDir, 'handshakes.log'), name + '\n'));
+  return server;
+}
+for (const port of [18443, 18444]) counted(https.createServer(tls, backend), 'backend').listen(port, '127.0.0.1');
+counted(https.createServer(tls, objectStore), 'oss').listen(18900, '127.0.0.1');
 console.log('sandbox: backend on https://localhost:18443 and :18444, object store on https://127.0.0.1:18900');

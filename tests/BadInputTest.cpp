@@ -109,12 +109,13 @@ struct AnswerCase {
 
 TEST(BadInput, ObjectStoreAnswers) {
   const AnswerCase cases[] = {
-      {"404 without a document", 404, "", "GetObjectToFile fail,code:,message:,requestId:R-1\n", false},
-      {"403 with HTML", 403, "<html>denied</html>", "GetObjectToFile fail,code:,message:,requestId:R-1\n", false},
+      {"404 without a document", 404, "", "GetObjectToFile fail,code:ServerError:404,message:,requestId:R-1\n", false},
+      {"403 with HTML", 403, "<html>\n<b>denied</b></html>",
+       "GetObjectToFile fail,code:ServerError:403,message:<html> <b>denied</b></html>,requestId:R-1\n", false},
       {"error document cut short", 404, "<Error><Code>NoSuchKey</Code><Message>The specif",
        "GetObjectToFile fail,code:NoSuchKey,message:,requestId:R-1\n", false},
       {"empty object", 200, "", "RemoteOrderIdManger::GetobjectToFile success\n", true},
-      {"redirect is not followed", 302, "", "GetObjectToFile fail,code:,message:,requestId:R-1\n", false},
+      {"redirect is not followed", 302, "", "GetObjectToFile fail,code:ServerError:302,message:,requestId:R-1\n", false},
   };
   TestTransport transport;
   for (const auto& c : cases) {

@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <memory>
+#include <set>
 
 #include "tests/support/HttpsServer.h"
 #include "tests/support/TestTransport.h"
@@ -147,6 +149,39 @@ TEST_F(HttpRequestTest, QuietVariantSaysNothingAndKeepsTheLastResult) {
   EXPECT_EQ(lastTaskListResult, CURLE_OK);
   EXPECT_EQ(HttpRequest("https://127.0.0.1:1/list", "", "GET", response), -1);
   EXPECT_EQ(lastTaskListResult, CURLE_COULDNT_CONNECT);
+}
+
+// Polls and syncs reuse one connection; a backend that drops it costs a new one, not a request.
+TEST(BackendConnection, OneIsKeptAndALostOneIsMadeAgain) {
+  TestTransport transport;
+  std::mutex mutex;
+  std::vector<int> ports;  // the client's end of the connection each request came on
+  const auto serve = [&](HttpsServer& server) {
+    const auto record = [&](const httplib::Request& req, httplib::Response& res) {
+      std::lock_guard<std::mutex> lock(mutex);
+      ports.push_back(req.remote_port);
+      res.set_content("{}", "application/json");
+    };
+    server.routes().Get("/list", record);
+    server.routes().Post("/sync", record);
+  };
+  auto server = std::make_unique<HttpsServer>(true);
+  serve(*server);
+  const std::string base = server->start();
+  std::string response;
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(HttpRequest(base + "/list", "screenNumber=S", "GET", response), 0);
+    ASSERT_EQ(HttpRequestQuiet(base + "/sync", "[]", "POST", response), 0);
+  }
+  EXPECT_EQ(std::set<int>(ports.begin(), ports.end()).size(), 1u);
+
+  const int port = server->port();
+  server = std::make_unique<HttpsServer>(true);  // the old one closes the connection as it goes
+  serve(*server);
+  server->start(port);
+  EXPECT_EQ(HttpRequest(base + "/list", "", "GET", response), 0);
+  ASSERT_EQ(ports.size(), 7u);
+  EXPECT_NE(ports.back(), ports.front());
 }
 
 }  // namespace

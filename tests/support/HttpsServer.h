@@ -37,16 +37,23 @@ struct TestCertificates {
 
 class HttpsServer {
  public:
-  HttpsServer()
+  // Without keepAlive every answer closes its connection: a client's kept connection would
+  // otherwise hold stop() for the server's whole keep-alive time-out.
+  explicit HttpsServer(bool keepAlive = false)
       : server_(TestCertificates::get().certFile().c_str(),
-                TestCertificates::get().keyFile().c_str()) {}
+                TestCertificates::get().keyFile().c_str()) {
+    server_.set_keep_alive_max_count(keepAlive ? 1000 : 1);
+    server_.set_keep_alive_timeout(1);
+  }
   ~HttpsServer() { stop(); }
 
   httplib::SSLServer& routes() { return server_; }
 
-  // Starts listening on 127.0.0.1; returns the origin ("https://127.0.0.1:PORT").
-  std::string start() {
-    port_ = server_.bind_to_any_port("127.0.0.1");
+  // Starts listening on 127.0.0.1 (on `port`, or any free one); returns the origin
+  // ("https://127.0.0.1:PORT").
+  std::string start(int port = 0) {
+    port_ = port ? (server_.bind_to_port("127.0.0.1", port) ? port : -1)
+                 : server_.bind_to_any_port("127.0.0.1");
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     return origin();
   }

@@ -10,12 +10,13 @@ namespace kps {
 
 class TestTransport {
  public:
-  TestTransport() : http_(httpSettings()), oss_(ossSettings()) {
+  TestTransport() : http_(httpSettings()), oss_(ossSettings()), offset_(ossClockOffsetSeconds()) {
     httpSettings().caBundle = TestCertificates::get().caFile();
   }
   ~TestTransport() {
     httpSettings() = http_;
     ossSettings() = oss_;
+    ossClockOffsetSeconds() = offset_;
   }
   TestTransport(const TestTransport&) = delete;
   TestTransport& operator=(const TestTransport&) = delete;
@@ -23,6 +24,7 @@ class TestTransport {
  private:
   HttpSettings http_;
   OssSettings oss_;
+  std::int64_t offset_;
 };
 
 }  // namespace kps
