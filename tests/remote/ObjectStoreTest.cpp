@@ -181,10 +181,16 @@ TEST(Transport, Defaults) {
 
 TEST(Transport, Crc64OfTheStore) {
   EXPECT_EQ(crc64(0, "123456789", 9), 11051210869376104954ull);  // the published check value
-  const std::string text = "a picture's bytes, in two pieces";
-  EXPECT_EQ(crc64(crc64(0, text.data(), 10), text.data() + 10, text.size() - 10),
-            crc64(0, text.data(), text.size()));
-  EXPECT_EQ(std::to_string(crc64(0, text.data(), text.size())), storeCrc64(text));
+  std::string bytes(100000, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>((i * 2654435761u) >> 13);
+  // Short and long pieces (the long ones take the folding path), in one go or in two.
+  for (const std::size_t size : {0, 1, 15, 63, 64, 65, 1000, 99999}) {
+    const std::string piece = bytes.substr(0, size);
+    EXPECT_EQ(std::to_string(crc64(0, piece.data(), size)), storeCrc64(piece)) << size;
+    const std::size_t cut = size / 3;
+    EXPECT_EQ(crc64(crc64(0, piece.data(), cut), piece.data() + cut, size - cut),
+              crc64(0, piece.data(), size)) << size;
+  }
 }
 
 TEST(ObjectUrl, PathStyleForAddressesVirtualHostedForNames) {
