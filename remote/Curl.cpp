@@ -36,9 +36,14 @@ CurlEasy newTransfer() {
   if (!curl) return curl;
   if (cache.get()) curl_easy_setopt(curl.get(), CURLOPT_SHARE, cache.get());
   curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
-  // Verification stays on; a configured bundle only replaces the default trust store.
+  // Verification stays on; a configured bundle only replaces the default trust store, which on
+  // Windows is the system's own (OpenSSL has none there).
   if (!httpSettings().caBundle.empty())
     curl_easy_setopt(curl.get(), CURLOPT_CAINFO, httpSettings().caBundle.c_str());
+#ifdef _WIN32
+  else
+    curl_easy_setopt(curl.get(), CURLOPT_SSL_OPTIONS, static_cast<long>(CURLSSLOPT_NATIVE_CA));
+#endif
   return curl;
 }
 

@@ -17,6 +17,10 @@
 #include "src/Log.h"
 #include "src/Runtime.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 using namespace std::chrono_literals;
 
 // The process-wide objects, built in exactly this order before main runs and so destroyed in
@@ -66,6 +70,11 @@ void kps::Database::fetchTaskList(std::string screenNumber, std::string url) {
 }
 
 int main() {
+#ifdef _WIN32
+  // Log lines are UTF-8: a console is told so; redirected output takes the bytes as they are.
+  DWORD consoleMode = 0;
+  if (GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &consoleMode)) SetConsoleOutputCP(CP_UTF8);
+#endif
   // libcurl's global set-up is not thread-safe: done once, before any worker starts.
   curl_global_init(CURL_GLOBAL_DEFAULT);
   // The pauses are the only hand-over of the configuration: the print worker publishes
