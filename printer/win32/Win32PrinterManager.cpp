@@ -1,34 +1,70 @@
 // PrinterManager on Windows: the spooler (winspool), GDI and the GDI+ flat API.
-#include <windows.h>
-#include <winspool.h>
-#include <objidl.h>
-#include <gdiplus.h>
-
 #include <iostream>
 #include <memory>
+#include <type_traits>
 
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
+#include "printer/win32/Win32Api.h"
 #include "src/Log.h"
 
 using namespace Gdiplus;
-using namespace Gdiplus::DllExports;
 
 namespace kps {
 
+Win32Api& win32Api() {
+  static Win32Api api;
+  return api;
+}
+
 namespace {
 
+Win32Api& api() { return win32Api(); }
+
+// Owners of what a copy takes, each released through the table on every path.
 struct GlobalFreer {
   void operator()(void* memory) const { GlobalFree(memory); }
 };
 template <typename T>
 using GlobalMemory = std::unique_ptr<T, GlobalFreer>;
-
 struct PrinterCloser {
-  void operator()(HANDLE printer) const { ClosePrinter(printer); }
+  void operator()(HANDLE printer) const { api().ClosePrinter(printer); }
 };
 using Printer = std::unique_ptr<void, PrinterCloser>;
+struct DcDeleter {
+  void operator()(HDC dc) const { api().DeleteDC(dc); }
+};
+using DeviceContext = std::unique_ptr<std::remove_pointer_t<HDC>, DcDeleter>;
+struct ImageDisposer {
+  void operator()(GpImage* image) const { api().GdipDisposeImage(image); }
+};
+struct GraphicsDeleter {
+  void operator()(GpGraphics* graphics) const { api().GdipDeleteGraphics(graphics); }
+};
+
+// GDI+ for one copy. Declared before every GDI+ object of the copy, so that it is shut down
+// after all of them, on every path; a copy that printed leaves it started, as the service has
+// always done.
+class GdiplusSession {
+ public:
+  GdiplusSession() {
+    GdiplusStartupInput input;
+    started_ = api().GdiplusStartup(&token_, &input, nullptr) == Ok;
+  }
+  ~GdiplusSession() {
+    if (started_ && !keep_) api().GdiplusShutdown(token_);
+  }
+  GdiplusSession(const GdiplusSession&) = delete;
+  GdiplusSession& operator=(const GdiplusSession&) = delete;
+  bool started() const { return started_; }
+  void keepStarted() { keep_ = true; }
+
+ private:
+  ULONG_PTR token_ = 0;
+  bool started_ = false;
+  bool keep_ = false;
+};
 
 constexpr DWORD kEnumFlags = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;  // 6
 
@@ -37,15 +73,16 @@ constexpr DWORD kEnumFlags = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;  // 
 std::vector<std::wstring> PrinterManager::EnumeratePrinters() {
   std::vector<std::wstring> names;
   DWORD needed = 0, returned = 0;
-  EnumPrintersA(kEnumFlags, nullptr, 2, nullptr, 0, &needed, &returned);
+  api().EnumPrintersA(kEnumFlags, nullptr, 2, nullptr, 0, &needed, &returned);
   if (needed == 0) {
     std::cerr << "No printers found." << std::endl;
     return names;
   }
   // The size learnt from the ANSI call is used as it stands for the wide one.
   std::vector<BYTE> buffer(needed);
-  if (!EnumPrintersW(kEnumFlags, nullptr, 2, buffer.data(), needed, &needed, &returned)) {
-    std::cerr << "Failed to enumerate printers. Error: " << GetLastError() << std::endl;
+  if (!api().EnumPrintersW(kEnumFlags, nullptr, 2, buffer.data(), needed, &needed, &returned)) {
+    const DWORD error = GetLastError();
+    std::cerr << "Failed to enumerate printers. Error: " << error << std::endl;
     return names;
   }
   const auto* printers = reinterpret_cast<const PRINTER_INFO_2W*>(buffer.data());
@@ -58,29 +95,37 @@ std::vector<std::wstring> PrinterManager::EnumeratePrinters() {
 bool PrinterManager::SelectPrinter(const std::wstring& target, std::wstring& fullName) {
   const std::wstring found = FindPrinter(target);
   if (found.empty()) {
-    std::wcerr << L"Target printer not found: " << target << std::endl;
+    wideErr(L"Target printer not found: " + target);
     return false;
   }
-  if (!SetDefaultPrinterW(found.c_str())) {
-    std::wcerr << L"Failed to set default printer. Error: " << GetLastError() << std::endl;
+  if (!api().SetDefaultPrinterW(found.c_str())) {
+    const DWORD error = GetLastError();
+    wideErr(L"Failed to set default printer. Error: " + std::to_wstring(error));
     return false;
   }
-  std::wcout << L"Default printer set to: " << found << std::endl;
+  wideOut(L"Default printer set to: " + found);
   fullName = found;
   return true;
 }
 
 void PrinterManager::ListInstalledPrinters() {
   DWORD needed = 0, returned = 0;
-  EnumPrintersA(kEnumFlags, nullptr, 4, nullptr, 0, &needed, &returned);
+  api().EnumPrintersA(kEnumFlags, nullptr, 4, nullptr, 0, &needed, &returned);
   std::vector<BYTE> buffer(needed);
-  if (!EnumPrintersA(kEnumFlags, nullptr, 4, buffer.data(), needed, &needed, &returned)) {
-    std::wcerr << L"Failed to enumerate printers." << std::endl;
+  if (!api().EnumPrintersA(kEnumFlags, nullptr, 4, buffer.data(), needed, &needed, &returned)) {
+    wideErr(L"Failed to enumerate printers.");
     return;
   }
-  std::wcout << L"Installed printers:\n";
+  std::wstring text = L"Installed printers:";
   const auto* printers = reinterpret_cast<const PRINTER_INFO_4A*>(buffer.data());
-  for (DWORD i = 0; i < returned; ++i) std::wcout << printers[i].pPrinterName << std::endl;
+  for (DWORD i = 0; i < returned; ++i) {
+    // ANSI names are in the system's code page.
+    const int size = MultiByteToWideChar(CP_ACP, 0, printers[i].pPrinterName, -1, nullptr, 0);
+    std::wstring name(size > 0 ? size - 1 : 0, L'\0');
+    if (size > 0) MultiByteToWideChar(CP_ACP, 0, printers[i].pPrinterName, -1, name.data(), size);
+    text += L"\n" + name;
+  }
+  wideOut(text);
 }
 
 std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
@@ -92,30 +137,34 @@ std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
   }
   PRINTER_DEFAULTSW defaults{nullptr, nullptr, PRINTER_ALL_ACCESS};
   HANDLE handle = nullptr;
-  if (!OpenPrinterW(const_cast<LPWSTR>(printerName.c_str()), &handle, &defaults)) {
+  if (!api().OpenPrinterW(const_cast<LPWSTR>(printerName.c_str()), &handle, &defaults)) {
     std::cerr << "Unable to open printer: " << std::endl;
     return 1;
   }
   Printer printer(handle);
 
   DWORD needed = 0;
-  if (!GetPrinterA(handle, 2, nullptr, 0, &needed) && GetLastError() != ERROR_INSUFFICIENT_BUFFER)
-    return 3;
+  if (!api().GetPrinterA(handle, 2, nullptr, 0, &needed)) {
+    const DWORD error = GetLastError();
+    if (error != ERROR_INSUFFICIENT_BUFFER) return 3;
+  }
   if (needed == 0) return 3;
   GlobalMemory<PRINTER_INFO_2A> info(static_cast<PRINTER_INFO_2A*>(GlobalAlloc(GPTR, needed)));
   if (!info) return 4;
-  if (!GetPrinterA(handle, 2, reinterpret_cast<LPBYTE>(info.get()), needed, &needed)) return 5;
+  if (!api().GetPrinterA(handle, 2, reinterpret_cast<LPBYTE>(info.get()), needed, &needed)) return 5;
 
   // The ANSI calls get the wide name's buffer as it is, as the service always has: the open
   // handle, not the name, says which printer they act on.
   auto* deviceName = reinterpret_cast<LPSTR>(const_cast<wchar_t*>(printerName.c_str()));
   GlobalMemory<DEVMODEA> ownDevMode;
   if (!info->pDevMode) {
-    const LONG size = DocumentPropertiesA(nullptr, handle, deviceName, nullptr, nullptr, 0);
-    if (size <= 0) return 6;
-    ownDevMode.reset(static_cast<DEVMODEA*>(GlobalAlloc(GPTR, size)));
+    const LONG size = api().DocumentPropertiesA(nullptr, handle, deviceName, nullptr, nullptr, 0);
+    if (size == 0) return 6;
+    // A negative size (an error) asks for more than any allocation gives: 7, as for no memory.
+    ownDevMode.reset(static_cast<DEVMODEA*>(GlobalAlloc(GPTR, static_cast<SIZE_T>(size))));
     if (!ownDevMode) return 7;
-    if (DocumentPropertiesA(nullptr, handle, deviceName, ownDevMode.get(), nullptr, DM_OUT_BUFFER) != IDOK)
+    if (api().DocumentPropertiesA(nullptr, handle, deviceName, ownDevMode.get(), nullptr,
+                                  DM_OUT_BUFFER) != IDOK)
       return 8;
     info->pDevMode = ownDevMode.get();
   }
@@ -142,9 +191,10 @@ std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
   mode->dmFields |= DM_COLOR;
   info->pSecurityDescriptor = nullptr;
 
-  if (DocumentPropertiesA(nullptr, handle, deviceName, mode, mode, DM_IN_BUFFER | DM_OUT_BUFFER) != IDOK)
+  if (api().DocumentPropertiesA(nullptr, handle, deviceName, mode, mode,
+                                DM_IN_BUFFER | DM_OUT_BUFFER) != IDOK)
     return 10;
-  if (!SetPrinterA(handle, 2, reinterpret_cast<LPBYTE>(info.get()), 0)) return 11;
+  if (!api().SetPrinterA(handle, 2, reinterpret_cast<LPBYTE>(info.get()), 0)) return 11;
   SendMessageTimeoutA(HWND_BROADCAST, WM_DEVMODECHANGE, 0, reinterpret_cast<LPARAM>(deviceName),
                       SMTO_NORMAL, 1000, nullptr);
   printer.reset();  // closed before the memory is freed
@@ -157,71 +207,45 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   const auto size = prepareCopy(printerName, type, fullName);
   if (!size) return kPrintNotPrinter;
 
-  // The release order of every path below is the spooler's and GDI+'s as the service has
-  // always done it, so it is written out rather than left to destructors.
-  ULONG_PTR token = 0;
-  GdiplusStartupInput input;
-  if (GdiplusStartup(&token, &input, nullptr) != Ok) return kPrintGraphicsStart;
-  GpImage* image = nullptr;
-  if (GdipLoadImageFromFile(path.c_str(), &image) != Ok) {
-    GdiplusShutdown(token);
-    return kPrintPictureLoad;
-  }
-  HANDLE printer = nullptr;
+  // Everything below is released in the reverse order of its taking, on every path: the
+  // graphics object, the device context, the printer, the picture, then GDI+ itself.
+  GdiplusSession gdiplus;
+  if (!gdiplus.started()) return kPrintGraphicsStart;
+  GpImage* loaded = nullptr;
+  if (api().GdipLoadImageFromFile(path.c_str(), &loaded) != Ok) return kPrintPictureLoad;
+  const std::unique_ptr<GpImage, ImageDisposer> image(loaded);
+  HANDLE opened = nullptr;
   PRINTER_DEFAULTSW defaults{nullptr, nullptr, PRINTER_ACCESS_USE};
-  if (!OpenPrinterW(const_cast<LPWSTR>(fullName.c_str()), &printer, &defaults)) {
+  if (!api().OpenPrinterW(const_cast<LPWSTR>(fullName.c_str()), &opened, &defaults)) {
     std::cerr << "Unable to open printer" << std::endl;
-    GdiplusShutdown(token);
-    GdipDisposeImage(image);
     return kPrintTimeOut;
   }
-  HDC dc = CreateDCW(L"WINSPOOL", fullName.c_str(), nullptr, nullptr);
-  if (!dc) {
-    ClosePrinter(printer);
-    GdiplusShutdown(token);
-    GdipDisposeImage(image);
-    return kPrintDeviceContext;
-  }
+  const Printer printer(opened);
+  const DeviceContext dc(api().CreateDCW(L"WINSPOOL", fullName.c_str(), nullptr, nullptr));
+  if (!dc) return kPrintDeviceContext;
   DOCINFOW document{};
   document.cbSize = sizeof document;
   document.lpszDocName = L"Print Image";
-  const int jobId = StartDocW(dc, &document);
-  if (jobId <= 0 || StartPage(dc) <= 0) {
-    DeleteDC(dc);
-    ClosePrinter(printer);
-    GdiplusShutdown(token);
-    GdipDisposeImage(image);
-    return kPrintDocumentStart;
-  }
-  GpGraphics* graphics = nullptr;
-  GdipCreateFromHDC(dc, &graphics);
-  if (GdipDrawImageRectI(graphics, image, 0, 0, size->width, size->height) != Ok) {
-    EndPage(dc);
-    EndDoc(dc);
-    DeleteDC(dc);
-    ClosePrinter(printer);
-    GdiplusShutdown(token);
-    GdipDeleteGraphics(graphics);
-    GdipDisposeImage(image);
-    return kPrintDrawing;
-  }
-  EndPage(dc);
-  EndDoc(dc);
+  const int jobId = api().StartDocW(dc.get(), &document);
+  if (jobId <= 0 || api().StartPage(dc.get()) <= 0) return kPrintDocumentStart;  // no EndDoc
+  GpGraphics* made = nullptr;
+  api().GdipCreateFromHDC(dc.get(), &made);
+  const std::unique_ptr<GpGraphics, GraphicsDeleter> graphics(made);
+  const bool drawn =
+      api().GdipDrawImageRectI(graphics.get(), image.get(), 0, 0, size->width, size->height) == Ok;
+  api().EndPage(dc.get());
+  api().EndDoc(dc.get());
+  if (!drawn) return kPrintDrawing;
   Sleep(jobWaitTiming().settleMs);
-  const std::int32_t code = WaitForJobCompletion(printer, jobId);
-  DeleteDC(dc);
-  ClosePrinter(printer);
-  GdipDeleteGraphics(graphics);
-  GdipDisposeImage(image);
-  // GDI+ is left started here, as it always has been on this path.
-  return code;
+  gdiplus.keepStarted();
+  return WaitForJobCompletion(printer.get(), jobId);
 }
 
 std::int32_t PrinterManager::WaitForJobCompletion(PrinterHandle printer, std::int32_t jobId) {
   return waitForJob(
       [&]() -> std::optional<std::int32_t> {
         DWORD needed = 0;
-        if (!GetJobA(printer, jobId, 1, nullptr, 0, &needed)) {
+        if (!api().GetJobA(printer, jobId, 1, nullptr, 0, &needed)) {
           const DWORD error = GetLastError();
           if (error != ERROR_INSUFFICIENT_BUFFER) {
             if (error == ERROR_INVALID_PARAMETER || error == ERROR_INVALID_HANDLE) {
@@ -239,7 +263,7 @@ std::int32_t PrinterManager::WaitForJobCompletion(PrinterHandle printer, std::in
           std::cerr << "Memory allocation failed" << std::endl;
           return -1;
         }
-        if (!GetJobA(printer, jobId, 1, buffer.get(), needed, &needed)) {
+        if (!api().GetJobA(printer, jobId, 1, buffer.get(), needed, &needed)) {
           const DWORD error = GetLastError();
           std::cerr << "GetJob failed (2). Error code: " << error << std::endl;
           return (error == ERROR_INVALID_PARAMETER || error == ERROR_INVALID_HANDLE) ? 0 : -1;
