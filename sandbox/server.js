@@ -138,6 +138,12 @@ function counted(server, name) {
   server.on('secureConnection', () => fs.appendFileSync(path.join(dataDir, 'handshakes.log'), name + '\n'));
   return server;
 }
-for (const port of [18443, 18444]) counted(https.createServer(tls, backend), 'backend').listen(port, '127.0.0.1');
-counted(https.createServer(tls, objectStore), 'oss').listen(18900, '127.0.0.1');
-console.log('sandbox: backend on https://localhost:18443 and :18444, object store on https://127.0.0.1:18900');
+// DATA_DIR/ready appears once all three listen; a port in use ends the process instead.
+let listening = 0;
+function ready() {
+  if (++listening < 3) return;
+  fs.writeFileSync(path.join(dataDir, 'ready'), String(process.pid));
+  console.log('sandbox: backend on https://localhost:18443 and :18444, object store on https://127.0.0.1:18900');
+}
+for (const port of [18443, 18444]) counted(https.createServer(tls, backend), 'backend').listen(port, '127.0.0.1', ready);
+counted(https.createServer(tls, objectStore), 'oss').listen(18900, '127.0.0.1', ready);

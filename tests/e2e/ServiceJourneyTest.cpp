@@ -9,6 +9,7 @@
 #include <functional>
 #include <random>
 #include <regex>
+#include <sstream>
 #include <thread>
 
 #include "tests/support/ChildProcess.h"
@@ -74,7 +75,7 @@ class ServiceJourney : public ::testing::Test {
   void setMode(const std::string& file, const std::string& mode) {
     std::ofstream(data + "/" + file) << mode;
   }
-  void startService() {
+  virtual void startService() {
     service = std::make_unique<ChildProcess>(
         std::vector<std::string>{KPS_BINARY}, work,
         std::map<std::string, std::string>{{"CUPS_SERVER", "localhost:18631"},
@@ -101,12 +102,25 @@ class ServiceJourney : public ::testing::Test {
     }
     return true;
   }
+  // The documents the virtual printer kept, in job order.
   std::vector<std::string> keptPages() {
-    std::vector<std::string> pages;
+    std::vector<std::pair<int, std::string>> pages;
     for (const auto& entry : fs::directory_iterator(data + "/cups/eve"))
-      if (entry.path().extension() == ".pdf") pages.push_back(entry.path().string());
+      if (entry.path().extension() == ".pdf" || entry.path().extension() == ".ps")
+        pages.emplace_back(std::stoi(entry.path().filename().string()), entry.path().string());
     std::sort(pages.begin(), pages.end());
-    return pages;
+    std::vector<std::string> names;
+    for (const auto& page : pages) names.push_back(page.second);
+    return names;
+  }
+  static std::string output(const std::string& command) {
+    std::string text;
+    if (FILE* pipe = ::popen(command.c_str(), "r")) {
+      char buffer[256];
+      while (std::fgets(buffer, sizeof buffer, pipe)) text += buffer;
+      ::pclose(pipe);
+    }
+    return text;
   }
 
   TempDir root;
@@ -149,12 +163,7 @@ TEST_F(ServiceJourney, EveryProductTypePrintedAndReportedOnce) {
   // Page sizes in job order: postcard and frames on 4x6 in, card set and magnet on 3.5x5 in.
   const char* sizes[] = {"288 x 432", "288 x 432", "288 x 432", "252 x 360", "252 x 360"};
   for (std::size_t i = 0; i < pages.size(); ++i) {
-    std::string info;
-    if (FILE* pipe = ::popen(("pdfinfo " + pages[i]).c_str(), "r")) {
-      char buffer[256];
-      while (std::fgets(buffer, sizeof buffer, pipe)) info += buffer;
-      ::pclose(pipe);
-    }
+    const std::string info = output("pdfinfo " + pages[i]);
     EXPECT_NE(info.find(std::string("Page size:       ") + sizes[i] + " pts"), std::string::npos)
         << pages[i] << "\n" << info;
   }
@@ -244,6 +253,154 @@ TEST_F(ServiceJourney, SlowQueueNeverFinishingTimesOutAfterAMinute) {
     return lastReport("T-slow") ==
            "{\"taskId\":\"T-slow\",\"status\":4,\"completedNumber\":0,\"failReason\":\"IPP_TIME_OUT\"}";
   }, 120s)) << syncLog();
+}
+
+// The Windows exe under headless Wine, for the whole test program: one prefix, made at first
+// use; its wineserver is stopped when the program ends, whatever the outcome.
+class WinePrefix {
+ public:
+  static WinePrefix& get() {
+    static WinePrefix prefix;
+    return prefix;
+  }
+  std::map<std::string, std::string> environment(const std::string& home) const {
+    return {{"WINEPREFIX", dir_.path() + "/prefix"}, {"WINEDEBUG", "-all"},
+            {"WINEDLLOVERRIDES", "mscoree,mshtml=;winemenubuilder.exe=d"}, {"DISPLAY", ""},
+            {"CUPS_SERVER", "localhost:18631"}, {"HOME", home}};
+  }
+  // Ends every Windows process of the prefix at once, as a power cut would.
+  void killAll() const { run("timeout 30 wineserver -k"); }
+  ~WinePrefix() { killAll(); }
+
+ private:
+  WinePrefix() { run("timeout 180 wine wineboot --init && timeout 60 wineserver -w"); }
+  void run(const std::string& command) const {
+    std::system(("env -u DISPLAY WINEPREFIX=" + dir_.path() +
+                 "/prefix WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d' sh -c '" +
+                 command + "' >/dev/null 2>&1").c_str());
+  }
+  TempDir dir_;
+};
+
+// While the exe runs, only what crosses its boundaries is watched (reports at the backend, pages
+// at the printer): this machine's SQLite cannot see the locks a Windows process holds on the
+// file under Wine, so PrintData.db is read only once the whole wineserver is down.
+class WineJourney : public ServiceJourney {
+ protected:
+  void SetUp() override {
+    if (std::string(KPS_WINDOWS_EXE).empty())
+      GTEST_SKIP() << "no Windows build: scripts/build-windows, then configure with -DKPS_WINDOWS_EXE=...";
+    ServiceJourney::SetUp();
+    // Windows paper numbers Wine's printer driver knows: letter and A4.
+    std::ofstream(work + "/config.ini")
+        << sampleConfig({{"PrinterName", "kps-virtual"}, {"ScreenId", "E2E"}, {"FourSize", "1"},
+                         {"ThreeSize", "9"}, {"Rearfeeder", "7"}});
+  }
+  void TearDown() override {
+    if (service) stopService();
+    ServiceJourney::TearDown();
+  }
+  void startService() override {
+    service = std::make_unique<ChildProcess>(std::vector<std::string>{"/usr/bin/wine", KPS_WINDOWS_EXE},
+                                             work, WinePrefix::get().environment(root.path()));
+  }
+  // Ends every Windows process of the prefix at once, as pulling the plug would.
+  void stopService() {
+    service->drain();
+    output_ += service->out();
+    errors_ += service->err();
+    WinePrefix::get().killAll();
+    service.reset();
+  }
+  // True once the backend's last report of every order is final (single copies: the report of
+  // a status change is then the order's final state).
+  bool allReported(const std::vector<std::string>& ids) {
+    for (const auto& id : ids) {
+      const std::string report = lastReport(id);
+      if (report.find("\"status\":4") == std::string::npos && report.find("\"status\":2") == std::string::npos)
+        return false;
+    }
+    return true;
+  }
+  // Wine's GetJobA fails once EndDoc has handed the job to CUPS: with error 6 (the wait takes
+  // the job as gone, so the copy as printed) or 0 (any other error: the copy failed, -1). The
+  // service's own line says which; the order must end as the code defines for it.
+  std::string printedRow() {
+    const bool gone = output_.find("GetJob failed: job might have been deleted or finished. Error code:6") !=
+                      std::string::npos;
+    const bool failed = errors_.find("GetJob failed. Error code: ") != std::string::npos;
+    EXPECT_NE(gone, failed) << output_ << errors_;
+    return gone ? "2|1|-" : "4|-|IPP_JOB_HELD_NOT_PRINTER";
+  }
+  std::string row(SqliteFile& db, const std::string& id) {
+    return db.scalar("SELECT status||'|'||ifnull(completedNumber,'-')||'|'||ifnull(failReason,'-') "
+                     "FROM local WHERE uuid='" + id + "'");
+  }
+  std::string output_, errors_;
+};
+
+TEST_F(WineJourney, EveryProductTypeANonAsciiKeyAndAMissingPicture) {
+  for (const char* key : {"p/post.jpg", "p/frame.jpg", "p/card.jpg", "照片/猫咪 1.jpg"}) putPicture(key);
+  const std::vector<std::string> ids = {"T-post", "T-frame", "T-card", "T-magnet", "T-missing"};
+  setTasks({task("T-post", "p/post.jpg", 1, "postcards"), task("T-frame", "p/frame.jpg", 1, "frames"),
+            task("T-card", "p/card.jpg", 1, "cardsets"), task("T-magnet", "照片/猫咪 1.jpg", 1, "fridgemagnets"),
+            task("T-missing", "p/none.jpg", 1, "postcards")});
+  startService();
+  std::vector<std::string> pages;
+  ASSERT_TRUE(waitUntil([&] {
+    return allReported(ids) && (pages = keptPages()).size() == 4 &&
+           output("CUPS_SERVER=localhost:18631 lpstat -o").empty();
+  }, 120s)) << syncLog() << (service->drain(), service->out()) << service->err();
+  stopService();
+
+  // The key's folder and file under their own names on the Windows side too.
+  EXPECT_TRUE(fs::is_regular_file(fs::u8path(work + "/照片/猫咪 1.jpg")));
+  SqliteFile db(work + "/PrintData.db");
+  for (const char* id : {"T-post", "T-frame", "T-card", "T-magnet"}) EXPECT_EQ(row(db, id), printedRow()) << id;
+  EXPECT_EQ(row(db, "T-missing"), "4|-|-");
+  EXPECT_EQ(lastReport("T-missing"), "{\"taskId\":\"T-missing\",\"status\":4,\"completedNumber\":0}");
+
+  // The pictures at their sizes on the pages, in job order: width x 3.7 by height x 3.8
+  // hundredths of an inch (370 x 570 for 100 x 150; 296 x 304 for 80 x 80), at 100 dpi.
+  const std::pair<int, int> sizes[] = {{370, 570}, {370, 570}, {370, 570}, {296, 304}};
+  for (std::size_t i = 0; i < pages.size(); ++i) {
+    const std::string png = root.path() + "/page" + std::to_string(i) + ".png";
+    ASSERT_EQ(std::system(("gs -q -dSAFER -dBATCH -dNOPAUSE -sDEVICE=png16m -r100 -o " + png + " " +
+                           pages[i] + " >/dev/null 2>&1").c_str()), 0) << pages[i];
+    int width = 0, height = 0;
+    std::istringstream(output("convert " + png + " -fuzz 10% -trim -format '%w %h' info:")) >> width >> height;
+    EXPECT_NEAR(width, sizes[i].first, 3) << pages[i];
+    EXPECT_NEAR(height, sizes[i].second, 3) << pages[i];
+  }
+}
+
+TEST_F(WineJourney, KilledWithTheWholeWineServerAndStartedAgainLosesNoOrder) {
+  std::vector<std::string> tasks, ids;
+  for (int i = 0; i < 5; ++i) {
+    ids.push_back("K-" + std::to_string(i));
+    putPicture("k/" + std::to_string(i) + ".jpg");
+    tasks.push_back(task(ids.back(), "k/" + std::to_string(i) + ".jpg", 1, "postcards"));
+  }
+  setTasks(tasks);
+  startService();
+  ASSERT_TRUE(waitUntil([&] { return !syncLog().empty(); }, 90s));
+  stopService();  // mid-run: some orders reported, the others waiting or printing
+  {
+    SqliteFile db(work + "/PrintData.db");
+    EXPECT_EQ(db.scalar("PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(db.scalar("SELECT count(*) FROM local"), "5");
+  }
+  // A new order wakes the print worker of the new process: then every order ends final.
+  putPicture("k/new.jpg");
+  ids.push_back("K-new");
+  tasks.push_back(task("K-new", "k/new.jpg", 1, "frames"));
+  setTasks(tasks);
+  startService();
+  EXPECT_TRUE(waitUntil([&] { return allReported(ids); }, 120s)) << syncLog();
+  stopService();
+  SqliteFile db(work + "/PrintData.db");
+  EXPECT_EQ(db.scalar("PRAGMA integrity_check"), "ok");
+  EXPECT_EQ(db.scalar("SELECT count(*) FROM local WHERE status IN (2, 4)"), "6");
 }
 
 }  // namespace

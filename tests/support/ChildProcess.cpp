@@ -21,7 +21,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::stri
     ::close(outPipe[0]);
     ::close(errPipe[0]);
     if (::chdir(workDir.c_str()) != 0) ::_exit(126);
-    for (const auto& [name, value] : env) ::setenv(name.c_str(), value.c_str(), 1);
+    for (const auto& [name, value] : env)
+      value.empty() ? ::unsetenv(name.c_str()) : ::setenv(name.c_str(), value.c_str(), 1);
     std::vector<char*> args;
     for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);

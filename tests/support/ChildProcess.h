@@ -11,7 +11,8 @@ namespace kps {
 
 class ChildProcess {
  public:
-  // Runs argv[0] in workDir with extra environment variables; stdout and stderr are captured.
+  // Runs argv[0] in workDir with extra environment variables (an empty value removes one);
+  // stdout and stderr are captured.
   ChildProcess(const std::vector<std::string>& argv, const std::string& workDir,
                const std::map<std::string, std::string>& env = {});
   ~ChildProcess();
