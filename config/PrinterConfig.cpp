@@ -39,6 +39,10 @@ PrinterConfigValues PrinterConfig::load() {
     values_.FourSize = toInt32(ini_.get("FourSize", "value"));
     values_.ThreeSize = toInt32(ini_.get("ThreeSize", "value"));
     values_.environment = toInt32(ini_.get("environment", "value"));
+    // Opt-in and read last, so that a config.ini without it behaves as it always has: absent or
+    // empty is 0 (never delete); a value that is there converts like every other number.
+    const std::string retention = ini_.get("PictureRetentionDays", "value");
+    values_.PictureRetentionDays = retention.empty() ? 0 : toInt32(retention);
   }
   return values_;
 }

@@ -22,6 +22,7 @@ struct PrinterConfigValues {
   std::string PrinterName;
   std::string ScreenId;
   std::int32_t environment = 0;
+  std::int32_t PictureRetentionDays = 0;  // opt-in; 0: pictures are never deleted
 };
 
 class PrinterConfig {

@@ -22,6 +22,7 @@ void PrinterManager::LoadPrinterSettings() {
   PrinterSettings.printerName = config.PrinterName;
   PrinterSettings.screenId = config.ScreenId;
   PrinterSettings.environment = config.environment;
+  PrinterSettings.pictureRetentionDays = config.PictureRetentionDays;
 
   std::cout << "--PrinterConfig.FourHeight--" << PrinterSettings.fourHeight << std::endl;
   std::cout << "--PrinterConfig.PrinterName--" << PrinterSettings.printerName << std::endl;

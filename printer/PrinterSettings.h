@@ -21,6 +21,7 @@ struct PrinterSettingsRecord {
   std::string printerName;
   std::string screenId;
   std::int32_t environment = 0;
+  std::int32_t pictureRetentionDays = 0;
 };
 
 // Defined with the other process-wide objects, first among them.

@@ -19,8 +19,13 @@ class RemoteOrderIdManger : public Database {
   virtual int GetobjectToFile(const std::string& objectKey, const std::string& filePath);
 
  private:
-  // Fetches a task's picture to path unless the file exists; false when it is missing.
-  bool ensurePicture(const std::string& pic, const std::string& path, int& retries);
+  enum class Picture { Present, Missing, Deferred };
+  // Fetches a task's picture to path unless the file exists. Missing: stored as failed;
+  // Deferred: this machine could not store it (a full disk), so the task waits for a later poll.
+  Picture ensurePicture(const std::string& pic, const std::string& path, int& retries);
+
+  bool lastDownloadLocal_ = false;  // the last download failed on this machine's side
+  bool storageFailed_ = false;      // a picture of this pass could not be stored
 };
 
 }  // namespace kps

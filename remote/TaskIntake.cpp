@@ -23,28 +23,26 @@ std::string quoted(const std::string& folder) {
   return text + "\"";
 }
 
-// Makes the folder of a picture path. An error names why, instead of ending the intake: one
-// bad key must not take the kiosk down while the backend lists it on every poll.
-bool createFolderFor(const std::string& path, std::string& why) {
+// Makes the folder of a picture path; why it could not, or "". An error ends only this task,
+// not the intake: one bad key must not take the kiosk down while the backend lists it on every
+// poll. `noSpace` tells a full disk (worth another try later) from a key that cannot work.
+std::string createFolderFor(const std::string& path, bool& noSpace) {
   const std::string folder = folderOf(path);
-  if (folder.empty()) return true;
+  if (folder.empty()) return "";
   std::error_code error;
   const auto status = std::filesystem::status(toPath(folder), error);
-  if (std::filesystem::is_directory(status)) return true;
-  if (std::filesystem::exists(status)) {
-    why = "its folder is a file";
-    return false;
-  }
+  if (std::filesystem::is_directory(status)) return "";
+  if (std::filesystem::exists(status)) return "its folder is a file";
   const bool created = std::filesystem::create_directories(toPath(folder), error);
   if (error) {
-    why = error.message();
-    return false;
+    noSpace = error == std::errc::no_space_on_device;
+    return error.message();
   }
   if (created)
     std::cout << "dir create success: " << quoted(folder) << std::endl;
   else
     std::cerr << "dir create fail!" << std::endl;
-  return true;
+  return "";
 }
 
 }  // namespace
@@ -57,26 +55,40 @@ void RemoteOrderIdManger::GetTaskList(std::string screenNumber, std::string url)
   ReceiveBackupData(body);
 }
 
-bool RemoteOrderIdManger::ensurePicture(const std::string& pic, const std::string& path,
-                                        int& retries) {
-  std::string why;
-  if (const char* problem = pictureKeyProblem(pic)) why = problem;
-  if (why.empty() && createFolderFor(path, why)) {
+RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::string& pic,
+                                                                 const std::string& path,
+                                                                 int& retries) {
+  const char* problem = pictureKeyProblem(pic);
+  bool noSpace = false;
+  std::string why = problem ? problem : createFolderFor(path, noSpace);
+  if (why.empty()) {
     std::error_code error;
     const auto status = std::filesystem::status(toPath(path), error);
     if (std::filesystem::is_directory(status)) why = "does not name a file";
     else if (error && error != std::errc::no_such_file_or_directory) why = error.message();
     // A file that is there is never fetched again, whatever it holds.
-    else if (std::filesystem::exists(status)) return true;
+    else if (std::filesystem::exists(status)) return Picture::Present;
+  }
+  if (noSpace || (why.empty() && storageFailed_)) {
+    logLine(KPS_TAG_REMOTE, __LINE__, "task left for a later poll, its picture cannot be stored here: ", pic);
+    return Picture::Deferred;
   }
   if (!why.empty()) {
     logLine(KPS_TAG_REMOTE, __LINE__, "refused picture key: ", pic + " (" + why + ")");
-    return false;
+    return Picture::Missing;
   }
   // The retry budget belongs to the whole body: three extra attempts shared by all tasks.
-  while (GetobjectToFile(pic, path) != 0)
-    if (++retries > 3) return false;
-  return true;
+  while (GetobjectToFile(pic, path) != 0) {
+    if (lastDownloadLocal_) {
+      // The store answered; this machine could not keep the bytes. Recording the order as
+      // failed would lose it: the backend lists it again once there is room.
+      storageFailed_ = true;
+      logLine(KPS_TAG_REMOTE, __LINE__, "task left for a later poll, its picture cannot be stored here: ", pic);
+      return Picture::Deferred;
+    }
+    if (++retries > 3) return Picture::Missing;
+  }
+  return Picture::Present;
 }
 
 void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
@@ -88,6 +100,7 @@ void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
 
   int newOrders = 0;
   int retries = 0;
+  storageFailed_ = false;
   const std::string base = workingDirectory() + kPathSeparator;
   for (const auto& entry : *tasks) {
     if (!entry.wellFormed) {
@@ -95,7 +108,9 @@ void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
       continue;
     }
     const std::string path = base + entry.pic;
-    if (ensurePicture(entry.pic, path, retries)) {
+    const Picture picture = ensurePicture(entry.pic, path, retries);
+    if (picture == Picture::Deferred) continue;
+    if (picture == Picture::Present) {
       if (insertOrder("local", entry.orderNo, entry.taskId, path, 0, entry.number, entry.type))
         ++newOrders;
     } else if (insertOrder("local", entry.orderNo, entry.taskId, path, 4, entry.number,

@@ -14,7 +14,8 @@
 //   Every object carries its CRC-64 in x-oss-hash-crc64ecma, as the real store sends it.
 //   DATA_DIR/oss-mode: ok (default) | fail (HTTP 500) | stall (headers, then nothing) | cut
 //   (half the body, then the connection drops)
-// Every TLS handshake appends a line to DATA_DIR/handshakes.log: "backend" or "oss".
+// Every TLS handshake appends a line to DATA_DIR/handshakes.log: "backend" or "oss"; every
+// object-store request its key to DATA_DIR/oss-requests.log.
 'use strict';
 const fs = require('fs');
 const https = require('https');
@@ -102,6 +103,7 @@ function objectStore(req, res) {
   const slash = rawPath.indexOf('/', 1);
   const bucket = decodeURIComponent(rawPath.slice(1, slash));
   const key = decodeURIComponent(rawPath.slice(slash + 1));
+  fs.appendFileSync(path.join(dataDir, 'oss-requests.log'), key + '\n');
   const headers = {};
   for (const [name, value] of Object.entries(req.headers)) headers[name] = value;
   delete headers.authorization;

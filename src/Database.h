@@ -7,11 +7,13 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "src/PictureRetention.h"
 #include "src/SqliteStatement.h"
 
 namespace kps {
@@ -78,6 +80,12 @@ class Database {
   std::int32_t printImage(const std::string& printerName, const std::string& path,
                           const std::string& type);
   static std::string printResultName(std::int32_t code);
+
+  // Picture retention (opt-in, days > 0): one batch of at most `batch` orders, in the order of
+  // their updateTime, whose pictures may go at `now` (seconds since 1970). Does nothing while
+  // databaseMutex is held elsewhere. See src/PictureRetention.cpp.
+  void removeExpiredPictures(RetentionSweep& sweep, std::int32_t days, std::time_t now,
+                             int batch = 1000);
 
   // The poll loop's task fetch: hands both strings to the intake's GetTaskList.
   void fetchTaskList(std::string screenNumber, std::string url);

@@ -24,6 +24,10 @@ namespace {
 template <typename Value>
 void write(const char* tag, int line, const char* message, const Value* value) {
   std::lock_guard<std::mutex> lock(logMutex);
+  // A write that failed once (a full disk under a redirected output) would otherwise silence
+  // the streams for the rest of the process.
+  std::cout.clear();
+  std::cerr.clear();
   // The time is read under the lock so that consecutive lines never go backwards.
   std::ostringstream out;
   out << '[' << localTimeString() << "] [" << tag << ':' << line << "] " << message;

@@ -2,6 +2,7 @@
 #include <curl/curl.h>
 
 #include <chrono>
+#include <ctime>
 // Before the stores below: their set-up may report on std::cerr during static initialisation,
 // and <iostream> is what makes the standard streams usable that early in this file.
 #include <iostream>
@@ -46,9 +47,14 @@ void printWorker() {
 
 void syncLoop() {
   const std::string url = kps::syncUrl(kps::PrinterSettings.environment);
+  const std::int32_t retentionDays = kps::PrinterSettings.pictureRetentionDays;
   kps::logLine(KPS_TAG_TASK, __LINE__, "url : ", url);
+  kps::RetentionSweep retention;
   for (;;) {
     sharedDatabase->syncStatus(url);
+    // Opt-in: without PictureRetentionDays nothing here runs.
+    if (retentionDays > 0 && retention.due())
+      sharedDatabase->removeExpiredPictures(retention, retentionDays, std::time(nullptr));
     std::this_thread::sleep_for(2000ms);
   }
 }

@@ -46,8 +46,9 @@ TEST(ToInt32, FailsWithTheFixedMessages) {
 
 TEST(PrinterConfig, LoadsEverySettingFromItsOwnSection) {
   TempDir dir;
-  PrinterConfig config(dir.write("config.ini", sampleConfig({{"environment", " 1 "}})));
+  PrinterConfig config(dir.write("config.ini", sampleConfig({{"environment", " 1 "}, {"PictureRetentionDays", "30"}})));
   const PrinterConfigValues v = config.load();
+  EXPECT_EQ(v.PictureRetentionDays, 30);
   EXPECT_EQ(v.PrinterName, "EPSON L8160 Series");
   EXPECT_EQ(v.ScreenId, "SCREEN-001");
   EXPECT_EQ(v.FourWidth, 100);
@@ -60,6 +61,15 @@ TEST(PrinterConfig, LoadsEverySettingFromItsOwnSection) {
   EXPECT_EQ(v.FourSize, 11);
   EXPECT_EQ(v.ThreeSize, 12);
   EXPECT_EQ(v.environment, 1);
+}
+
+// Picture retention is opt-in: a config.ini without it, or with it empty, keeps every picture.
+TEST(PrinterConfig, PictureRetentionAbsentOrEmptyIsZero) {
+  TempDir dir;
+  for (const std::string extra : {"", "[PictureRetentionDays]\nvalue=\n", "[PictureRetentionDays]\nvalue= 0 \n"}) {
+    PrinterConfig config(dir.write("config.ini", sampleConfig({}) + extra));
+    EXPECT_EQ(config.load().PictureRetentionDays, 0) << extra;
+  }
 }
 
 TEST(PrinterConfig, MissingTextSettingsStayEmpty) {
@@ -103,6 +113,8 @@ TEST(PrinterConfig, AFailingSettingKeepsTheOnesReadBeforeIt) {
       {"the last one missing", {{"environment", ""}},
        "invalid stoi argument", "EPSON L8160 Series|SCREEN-001|100|150|80|80|15|7|11|12|0"},
       {"no file at all", {}, "invalid stoi argument", "||0|0|0|0|0|0|0|0|0", false},
+      {"retention days not a number, read last", {{"PictureRetentionDays", "a month"}},
+       "invalid stoi argument", "EPSON L8160 Series|SCREEN-001|100|150|80|80|15|7|11|12|0"},
   };
   for (const auto& c : cases) {
     TempDir dir;

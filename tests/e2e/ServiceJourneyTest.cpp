@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -50,6 +51,7 @@ class ServiceJourney : public ::testing::Test {
   }
   void TearDown() override {
     service.reset();
+    if (!mounted.empty()) sh("umount " + mounted);
     sh(KPS_SOURCE_DIR "/sandbox/stop " + data);
   }
 
@@ -123,8 +125,14 @@ class ServiceJourney : public ::testing::Test {
     return text;
   }
 
+  static std::string read(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
+
   TempDir root;
   std::string data, work;
+  std::string mounted;  // a file system the test mounted, unmounted when it ends
   std::unique_ptr<ChildProcess> service;
 };
 
@@ -240,6 +248,52 @@ TEST_F(ServiceJourney, KilledAtRandomMomentsLosesNoOrder) {
   EXPECT_TRUE(waitUntil([&] {
     return db.scalar("SELECT count(*) FROM local WHERE status IN (2, 4, 5)") == "9";
   }, 90s)) << db.scalar("SELECT group_concat(uuid||':'||status) FROM local");
+}
+
+// A full disk under the working directory, its own log included: no crash, no fragment at a
+// picture's path, a store that stays whole; once there is room again the tasks still listed
+// come in and print, and the log goes on.
+TEST_F(ServiceJourney, AFullDiskIsWaitedOutAndNothingIsLost) {
+  if (::geteuid() != 0) GTEST_SKIP() << "a small disk for this test is mounted as root only";
+  const std::string disk = root.path() + "/disk";
+  fs::create_directories(disk);
+  if (sh("mount -t tmpfs -o size=16m tmpfs " + disk) != 0) GTEST_SKIP() << "no tmpfs could be mounted";
+  mounted = work = disk;
+  writeConfig("kps-virtual");
+  service = std::make_unique<ChildProcess>(
+      std::vector<std::string>{"/bin/sh", "-c", "exec " KPS_BINARY " >>service.log 2>&1"}, work,
+      std::map<std::string, std::string>{{"CUPS_SERVER", "localhost:18631"}, {"HOME", root.path()}});
+  ASSERT_TRUE(waitUntil([&] { return read(disk + "/service.log").find("] response :") != std::string::npos; }, 20s));
+  sh("dd if=/dev/zero of=" + disk + "/filler bs=64k");  // ends when the disk is full
+  sh("yes 'the test filled the disk' | dd of=" + disk + "/service.log oflag=append conv=notrunc");  // and the log's last page
+
+  std::vector<std::string> ids, keys;
+  for (int i = 0; i < 3; ++i) {
+    ids.push_back("F-" + std::to_string(i));
+    keys.push_back("full/" + std::to_string(i) + ".jpg");
+    fs::create_directories(data + "/objects/full");
+    ASSERT_EQ(sh("convert -size 500x500 xc: +noise Random " + data + "/objects/" + keys.back()), 0);
+  }
+  setTasks({task(ids[0], keys[0], 1, "postcards"), task(ids[1], keys[1], 1, "frames"),
+            task(ids[2], keys[2], 1, "cardsets")});
+  // Two polls tried the first picture and could not keep it.
+  ASSERT_TRUE(waitUntil([&] { return count(read(data + "/oss-requests.log"), keys[0] + "\n") >= 8; }, 60s));
+  EXPECT_EQ(service->waitForExit(0ms), -1) << "the service ended";
+  SqliteFile db(disk + "/PrintData.db");
+  EXPECT_EQ(db.scalar("PRAGMA integrity_check"), "ok");
+  EXPECT_EQ(db.scalar("SELECT count(*) FROM local"), "0");  // left for later, not stored as failed
+  EXPECT_EQ(output("find " + disk + " -name '*.jpg*'"), "");  // no picture, no fragment
+
+  fs::remove(disk + "/filler");
+  ASSERT_TRUE(waitUntil([&] {
+    for (const auto& id : ids)
+      if (lastReport(id) != "{\"taskId\":\"" + id + "\",\"status\":2,\"completedNumber\":1}") return false;
+    return true;
+  }, 60s)) << syncLog();
+  for (const auto& key : keys) EXPECT_EQ(read(disk + "/" + key), read(data + "/objects/" + key)) << key;
+  EXPECT_EQ(keptPages().size(), 3u);
+  EXPECT_NE(read(disk + "/service.log").find("] ----receive backup data to printer---"), std::string::npos);
+  EXPECT_EQ(db.scalar("PRAGMA integrity_check"), "ok");
 }
 
 // Takes its minute: the queue never finishes the job, so the wait runs out.

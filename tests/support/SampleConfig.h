@@ -1,6 +1,7 @@
 // A complete config.ini for tests, with chosen settings replaced or (value "") left out.
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <utility>
@@ -31,6 +32,11 @@ inline std::string sampleConfig(const std::map<std::string, std::string>& overri
     }
     text += "[" + section + "]\n" + entry.first + "=" + value + "\n\n";
   }
+  // Settings beyond the nine of every config.ini (the opt-in ones), each as section/value.
+  for (const auto& [section, value] : overrides)
+    if (!value.empty() && std::none_of(settings.begin(), settings.end(),
+                                       [&](const auto& s) { return s.first == section; }))
+      text += "[" + section + "]\nvalue=" + value + "\n\n";
   return text;
 }
 

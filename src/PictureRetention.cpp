@@ -1,0 +1,110 @@
+// Picture retention, opt-in: a picture file goes once its order is final, reported and older
+// than the configured days, unless a pending order still needs it. The row stays.
+#include <filesystem>
+#include <iostream>
+
+#include "src/Database.h"
+#include "src/FilePath.h"
+#include "src/Log.h"
+#include "src/PictureRetention.h"
+#include "src/Runtime.h"
+
+namespace kps {
+
+namespace {
+
+std::string localTime(std::time_t when) {
+  std::tm local{};
+#ifdef _WIN32
+  localtime_s(&local, &when);
+#else
+  localtime_r(&when, &local);
+#endif
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+  return text;
+}
+
+// True when the file lies under `base` once links and ".." are resolved.
+bool under(const std::filesystem::path& base, const std::string& path) {
+  std::error_code error;
+  const auto file = std::filesystem::weakly_canonical(toPath(path), error);
+  if (error) return false;
+  const auto relative = file.lexically_relative(base);
+  return !relative.empty() && relative.is_relative() && *relative.begin() != "..";
+}
+
+}  // namespace
+
+void Database::removeExpiredPictures(RetentionSweep& sweep, std::int32_t days, std::time_t now,
+                                     int batch) {
+  if (days <= 0 || !db) return;
+  // An intake pass could be about to print a file that is still here; a print run holds the
+  // lock for minutes. Either way this pass waits for its next turn instead of for the lock.
+  std::unique_lock<std::mutex> store(databaseMutex, std::try_to_lock);
+  if (!store) return;
+  sweep.ran = true;
+  sweep.lastRun = std::chrono::steady_clock::now();
+  if (!sweep.indexed) {
+    char* message = nullptr;
+    if (sqlite3_exec(db, "CREATE INDEX IF NOT EXISTS local_updated ON local(updateTime) WHERE status != 0;",
+                     nullptr, nullptr, &message) != SQLITE_OK)
+      std::cerr << "Failed to create index: " << (message ? message : "") << std::endl;
+    sqlite3_free(message);
+    sweep.indexed = true;
+  }
+  std::error_code error;
+  const auto base = std::filesystem::canonical(toPath(workingDirectory()), error);
+  if (error) return;
+
+  SqliteStatement query(db,
+                        "SELECT rowid, path, status, syncTime, updateTime, EXISTS (SELECT 1 FROM local "
+                        "AS p WHERE p.status = 0 AND p.path = local.path) FROM local WHERE status != 0 "
+                        "AND updateTime < ? AND (updateTime > ? OR (updateTime = ? AND rowid > ?)) "
+                        "ORDER BY updateTime, rowid LIMIT ?;");
+  if (!query.ok()) {
+    std::cerr << "Failed to prepare query: " << errorMessage() << std::endl;
+    return;
+  }
+  const std::string cutoff = localTime(now - static_cast<std::time_t>(days) * 24 * 60 * 60);
+  query.bind(1, cutoff);
+  query.bind(2, sweep.afterTime);
+  query.bind(3, sweep.afterTime);
+  sqlite3_bind_int64(query.get(), 4, sweep.afterRow);
+  query.bind(5, batch);
+  int rows = 0;
+  while (query.step() == SQLITE_ROW) {
+    ++rows;
+    const std::int64_t rowid = sqlite3_column_int64(query.get(), 0);
+    const char* path = query.text(1);
+    const std::int32_t status = query.integer(2);
+    const std::string syncTime = query.text(3) ? query.text(3) : "";
+    const std::string updateTime = query.text(4);
+    const bool pendingUse = query.integer(5) != 0;
+    bool again = false;
+    if (path && status >= 2 && status <= 5 && under(base, path)) {
+      if (syncTime.empty() || syncTime < updateTime || pendingUse) {
+        again = true;  // not reported since its last change, or still to be printed
+      } else if (std::filesystem::remove(toPath(path), error)) {
+        logLine(KPS_TAG_DATABASE, __LINE__, "picture removed after its retention: ", std::string(path));
+      } else if (error) {
+        logLine(KPS_TAG_DATABASE, __LINE__, "picture could not be removed: ",
+                std::string(path) + " (" + error.message() + ")");
+        again = true;
+      }
+    }
+    if (again && sweep.blockedRow < 0) {
+      sweep.blockedTime = updateTime;
+      sweep.blockedRow = rowid;
+    }
+    sweep.afterTime = updateTime;
+    sweep.afterRow = rowid;
+  }
+  if (rows < batch && sweep.blockedRow >= 0) {  // swept to the cutoff: start again where it must
+    sweep.afterTime = sweep.blockedTime;
+    sweep.afterRow = sweep.blockedRow - 1;
+    sweep.blockedRow = -1;
+  }
+}
+
+}  // namespace kps
