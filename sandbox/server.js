@@ -6,6 +6,8 @@
 //   GET  /print/task/list?screenNumber=S  answers DATA_DIR/tasks.json's entry for S (re-read on
 //                                        every request), or an empty task list
 //   POST /print/task/sync                appends the body as one line to DATA_DIR/sync.log
+//   DATA_DIR/list-mode: every (default) | once (each task is listed at most once, as the soak
+//   benchmark's backend that never repeats itself)
 //   DATA_DIR/backend-mode: ok (default) | error (HTTP 500 with an error document) | silent
 //   (never answers) | down (drops every connection) | sync-down (drops only the sync's)
 // Object store (HTTPS on 18900, path-style /BUCKET/KEY): serves DATA_DIR/objects/KEY after
@@ -34,6 +36,7 @@ const tls = {
   cert: fs.readFileSync(path.join(certDir, 'server.pem')),
 };
 let requestCount = 0;
+const listed = new Set();
 
 // CRC-64/XZ (ECMA-182 polynomial, reflected, all-ones start and end), as the store reports it.
 const crcTable = (() => {
@@ -79,7 +82,11 @@ async function backend(req, res) {
     let tasks = {};
     try { tasks = JSON.parse(fs.readFileSync(path.join(dataDir, 'tasks.json'), 'utf8')); } catch {}
     const screen = url.searchParams.get('screenNumber') || '';
-    const answer = tasks[screen] || { code: '100', msg: 'success', data: [] };
+    let answer = tasks[screen] || { code: '100', msg: 'success', data: [] };
+    if (mode('list-mode') === 'once' && typeof answer === 'object' && Array.isArray(answer.data)) {
+      answer = { ...answer, data: answer.data.filter(task => !listed.has(task.taskId)) };
+      for (const task of answer.data) listed.add(task.taskId);
+    }
     res.writeHead(200, { 'Content-Type': 'application/json' });
     return res.end(typeof answer === 'string' ? answer : JSON.stringify(answer));
   }
