@@ -8,20 +8,20 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "remote/Crc64.h"
 #include "remote/HttpRequest.h"
 #include "remote/ObjectStore.h"
 #include "remote/RemoteOrderIdManger.h"
 #include "src/Runtime.h"
 #include "tests/support/HttpsServer.h"
-#include "tests/support/ObjectStoreDouble.h"
-#include "tests/support/WorkingDirectory.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
 constexpr std::size_t kObjectSize = 50u << 20;
 
 struct ObjectServer {
-  ObjectServer() : bytes(kObjectSize, 'x'), crc(kps::storeCrc64(bytes)) {
+  ObjectServer() : bytes(kObjectSize, 'x'), crc(std::to_string(kps::crc64(0, bytes.data(), bytes.size()))) {
     server.routes().Get(R"(/.*)", [this](const httplib::Request&, httplib::Response& res) {
       res.set_header("x-oss-hash-crc64ecma", crc);  // the service checks it as it receives
       res.set_content(bytes, "image/jpeg");

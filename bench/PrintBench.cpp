@@ -12,7 +12,7 @@
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
 #include "tests/support/PrivateCups.h"
-#include "tests/support/TestPictures.h"
+#include "tests/support/Shell.h"
 
 namespace {
 
@@ -54,14 +54,14 @@ void BM_LpSamePage(benchmark::State& state) {
   }
   for (auto _ : state) {
     std::smatch match;
-    const std::string out = cups.output("lp -d kps-virtual -o media=na_index-4x6_4x6in " + page);
+    const std::string out = kps::output("lp -d kps-virtual -o media=na_index-4x6_4x6in " + page + " 2>&1");
     if (!std::regex_search(out, match, std::regex(R"(kps-virtual-(\d+))"))) {
       state.SkipWithError("lp failed");
       break;
     }
     const std::string id = "kps-virtual-" + match[1].str();
     std::this_thread::sleep_for(std::chrono::seconds(1));
-    while (cups.output("lpstat -W completed -o kps-virtual").find(id + " ") == std::string::npos)
+    while (kps::output("lpstat -W completed -o kps-virtual").find(id + " ") == std::string::npos)
       std::this_thread::sleep_for(std::chrono::seconds(1));
   }
   state.SetLabel("reference");

@@ -12,7 +12,12 @@
 //   (never answers) | down (drops every connection) | sync-down (drops only the sync's)
 // Object store (HTTPS on 18900, path-style /BUCKET/KEY): serves DATA_DIR/objects/KEY after
 //   checking the V4 signature with the official JavaScript signer; OSS error documents for a
-//   bad signature (403) or a missing key (404).
+//   bad signature (403), a request signed too far from its clock (403 RequestTimeTooSkewed;
+//   DATA_DIR/oss-clock: {"ahead": SECONDS, "serverTime": BOOL}) or a missing key (404).
+//   DATA_DIR/oss-faults: one JSON object a line, each answering one request, in order:
+//   {"error": 500} an error document | {"status": N, "body": "..."} that answer as it is |
+//   {"cut": N} N bytes, then the connection drops | {"stall": true} headers, then nothing |
+//   {"crc": "N"} the object with a wrong x-oss-hash-crc64ecma
 //   Every object carries its CRC-64 in x-oss-hash-crc64ecma, as the real store sends it.
 //   DATA_DIR/oss-mode: ok (default) | fail (HTTP 500) | stall (headers, then nothing) | cut
 //   (half the body, then the connection drops)
@@ -22,10 +27,12 @@
 const fs = require('fs');
 const https = require('https');
 const path = require('path');
-const signUtils = require(path.join(__dirname, '..', 'tests', 'remote', 'signer', 'node_modules',
-  'ali-oss', 'lib', 'common', 'signUtils'));
+const signUtils = require(path.join(__dirname, 'node_modules', 'ali-oss', 'lib', 'common', 'signUtils'));
 
 const [certDir, dataDir] = process.argv.slice(2);
+// Tests run their own on free ports: KPS_SANDBOX_PORTS=PRODUCTION,TEST,OBJECT_STORE.
+const [productionPort, testPort, ossPort] =
+  (process.env.KPS_SANDBOX_PORTS || '18443,18444,18900').split(',').map(Number);
 const config = {
   bucket: process.env.KPS_SANDBOX_BUCKET || 'qzlp',
   accessKeyId: process.env.KPS_SANDBOX_AK || 'sandbox-access-key-id',
@@ -35,7 +42,6 @@ const tls = {
   key: fs.readFileSync(path.join(certDir, 'server.key')),
   cert: fs.readFileSync(path.join(certDir, 'server.pem')),
 };
-let requestCount = 0;
 const listed = new Set();
 
 // CRC-64/XZ (ECMA-182 polynomial, reflected, all-ones start and end), as the store reports it.
@@ -99,18 +105,29 @@ async function backend(req, res) {
   res.end('{"code":"404","msg":"not found"}');
 }
 
-function ossError(res, status, code, message, requestId) {
+function ossError(res, status, code, message, requestId, extra = '') {
   res.writeHead(status, { 'Content-Type': 'application/xml', 'x-oss-request-id': requestId });
-  res.end(`<?xml version="1.0" encoding="UTF-8"?>\n<Error>\n  <Code>${code}</Code>\n  <Message>${message}</Message>\n  <RequestId>${requestId}</RequestId>\n  <HostId>127.0.0.1</HostId>\n</Error>\n`);
+  res.end(`<?xml version="1.0" encoding="UTF-8"?>\n<Error>\n  <Code>${code}</Code>\n  <Message>${message}</Message>\n  <RequestId>${requestId}</RequestId>\n  <HostId>127.0.0.1</HostId>\n${extra}</Error>\n`);
+}
+
+// The first scripted fault, taken off the queue.
+function nextFault() {
+  const file = path.join(dataDir, 'oss-faults');
+  let lines = [];
+  try { lines = fs.readFileSync(file, 'utf8').split('\n').filter(Boolean); } catch { return null; }
+  if (!lines.length) return null;
+  fs.writeFileSync(file, lines.slice(1).map(l => l + '\n').join(''));
+  return JSON.parse(lines[0]);
 }
 
 function objectStore(req, res) {
-  const requestId = 'SANDBOX' + String(++requestCount).padStart(8, '0');
   const rawPath = req.url.split('?')[0];
   const slash = rawPath.indexOf('/', 1);
   const bucket = decodeURIComponent(rawPath.slice(1, slash));
   const key = decodeURIComponent(rawPath.slice(slash + 1));
-  fs.appendFileSync(path.join(dataDir, 'oss-requests.log'), key + '\n');
+  const log = path.join(dataDir, 'oss-requests.log');
+  fs.appendFileSync(log, key + '\n');
+  const requestId = 'SANDBOX' + String(fs.readFileSync(log, 'utf8').split('\n').length - 1).padStart(8, '0');
   const headers = {};
   for (const [name, value] of Object.entries(req.headers)) headers[name] = value;
   delete headers.authorization;
@@ -123,8 +140,25 @@ function objectStore(req, res) {
     return ossError(res, 403, 'SignatureDoesNotMatch',
       'The request signature we calculated does not match the signature you provided.', requestId);
   }
+  let clock = null;
+  try { clock = JSON.parse(fs.readFileSync(path.join(dataDir, 'oss-clock'), 'utf8')); } catch {}
+  if (clock) {
+    const d = req.headers['x-oss-date'] || '';
+    const signed = Date.UTC(+d.slice(0, 4), +d.slice(4, 6) - 1, +d.slice(6, 8), +d.slice(9, 11), +d.slice(11, 13), +d.slice(13, 15));
+    const now = Date.now() + clock.ahead * 1000;
+    if (Math.abs(signed - now) > 15 * 60 * 1000) {
+      res.setHeader('Date', new Date(now).toUTCString());
+      return ossError(res, 403, 'RequestTimeTooSkewed', 'The difference between the request time and the current time is too large.',
+        requestId, clock.serverTime ? `  <ServerTime>${new Date(now).toISOString()}</ServerTime>\n` : '');
+    }
+  }
+  const fault = nextFault() || {};
+  if (fault.status) {
+    res.writeHead(fault.status, { 'Content-Type': 'application/xml', 'x-oss-request-id': requestId });
+    return res.end(fault.body || '');
+  }
   const m = mode('oss-mode');
-  if (m === 'fail') {
+  if (m === 'fail' || fault.error) {
     return ossError(res, 500, 'InternalError', 'We encountered an internal error. Please try again.', requestId);
   }
   const file = path.join(dataDir, 'objects', key);
@@ -134,10 +168,10 @@ function objectStore(req, res) {
   }
   const bytes = fs.readFileSync(file);
   res.writeHead(200, { 'Content-Type': 'image/jpeg', 'Content-Length': bytes.length,
-    'x-oss-request-id': requestId, 'x-oss-hash-crc64ecma': crc64(bytes) });
-  if (m === 'stall') return res.flushHeaders();
-  if (m === 'cut') {
-    res.write(bytes.subarray(0, Math.floor(bytes.length / 2)));
+    'x-oss-request-id': requestId, 'x-oss-hash-crc64ecma': fault.crc || crc64(bytes) });
+  if (m === 'stall' || fault.stall) return res.flushHeaders();
+  if (m === 'cut' || fault.cut !== undefined) {
+    res.write(bytes.subarray(0, fault.cut !== undefined ? fault.cut : Math.floor(bytes.length / 2)));
     return setTimeout(() => req.socket.destroy(), 50);
   }
   res.end(bytes);
@@ -154,5 +188,5 @@ function ready() {
   fs.writeFileSync(path.join(dataDir, 'ready'), String(process.pid));
   console.log('sandbox: backend on https://localhost:18443 and :18444, object store on https://127.0.0.1:18900');
 }
-for (const port of [18443, 18444]) counted(https.createServer(tls, backend), 'backend').listen(port, '127.0.0.1', ready);
-counted(https.createServer(tls, objectStore), 'oss').listen(18900, '127.0.0.1', ready);
+for (const port of [productionPort, testPort]) counted(https.createServer(tls, backend), 'backend').listen(port, '127.0.0.1', ready);
+counted(https.createServer(tls, objectStore), 'oss').listen(ossPort, '127.0.0.1', ready);

@@ -1,5 +1,5 @@
-// A child process for tests: started with its output captured, stopped by its PID when the
-// test is done with it (also when an assertion fails first).
+// A child process for tests, its output going to files: stopped by its PID when the object goes
+// (also when an assertion fails first).
 #pragma once
 
 #include <chrono>
@@ -7,44 +7,33 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/TempDir.h"
+
 namespace kps {
 
 class ChildProcess {
  public:
-  // Runs argv[0] in workDir with extra environment variables (an empty value removes one);
-  // stdout and stderr are captured.
+  // Runs argv[0] in workDir with extra environment variables (an empty value removes one).
   ChildProcess(const std::vector<std::string>& argv, const std::string& workDir,
                const std::map<std::string, std::string>& env = {});
-  ~ChildProcess();
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
+  ~ChildProcess() { kill(); }
 
-  int pid() const { return pid_; }
-
-  // Reads until standard output holds `text` or the deadline passes; true if found.
+  // Waits until standard output holds `text`; false when the deadline passes first.
   bool waitForOutput(const std::string& text, std::chrono::milliseconds timeout);
-  // Waits for the child to exit on its own; returns its wait status, or -1 on timeout.
+  // Waits for the child to end by itself: its wait status, or -1 when it still runs.
   int waitForExit(std::chrono::milliseconds timeout);
-  // Takes in whatever output has arrived, without waiting.
-  void drain() {
-    while (pump(std::chrono::milliseconds(0))) {
-    }
-  }
-  // SIGKILL and reap.
-  void kill();
+  void kill();  // SIGKILL and reap
 
-  const std::string& out() const { return out_; }
-  const std::string& err() const { return err_; }
+  std::string out() const { return files_.read("out"); }
+  std::string err() const { return files_.read("err"); }
 
  private:
-  bool pump(std::chrono::milliseconds timeout);
-
+  TempDir files_;
   int pid_ = -1;
-  int outFd_ = -1;
-  int errFd_ = -1;
   int status_ = -1;
-  std::string out_;
-  std::string err_;
 };
+
+// A loopback port no one listens on now, for a daemon a test starts.
+int freeLoopbackPort();
 
 }  // namespace kps

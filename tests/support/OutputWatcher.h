@@ -18,16 +18,10 @@ class OutputWatcher {
     std::cout.flush();
     std::cout.rdbuf(old_);
   }
-  OutputWatcher(const OutputWatcher&) = delete;
-  OutputWatcher& operator=(const OutputWatcher&) = delete;
-
   bool waitFor(const std::string& text, std::chrono::milliseconds timeout) {
     std::unique_lock<std::mutex> lock(buffer_.mutex);
-    return buffer_.changed.wait_for(lock, timeout, [&] {
-      return buffer_.published.find(text) != std::string::npos;
-    });
+    return buffer_.changed.wait_for(lock, timeout, [&] { return buffer_.published.find(text) != std::string::npos; });
   }
-
   std::string text() {
     std::cout.flush();
     std::lock_guard<std::mutex> lock(buffer_.mutex);
@@ -37,10 +31,8 @@ class OutputWatcher {
  private:
   struct Buffer : std::stringbuf {
     int sync() override {
-      {
-        std::lock_guard<std::mutex> lock(mutex);
-        published = str();
-      }
+      std::lock_guard<std::mutex> lock(mutex);
+      published = str();
       changed.notify_all();
       return 0;
     }

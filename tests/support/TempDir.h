@@ -1,4 +1,5 @@
-// A private temporary directory, removed with everything in it when the test ends.
+// A private temporary directory, removed with everything in it when the test ends; and the
+// process's working directory moved into one for the life of an object.
 #pragma once
 
 #include <stdlib.h>
@@ -41,6 +42,20 @@ class TempDir {
 
  private:
   std::string path_;
+};
+
+class WorkingDirectory {
+ public:
+  explicit WorkingDirectory(const std::string& path) : previous_(std::filesystem::current_path()) {
+    std::filesystem::current_path(path);
+  }
+  ~WorkingDirectory() {
+    std::error_code ignored;
+    std::filesystem::current_path(previous_, ignored);
+  }
+
+ private:
+  std::filesystem::path previous_;
 };
 
 }  // namespace kps

@@ -1,0 +1,73 @@
+// The service's readers of outside input, fuzzed as one target: the first byte picks the reader
+// ('i' config.ini, 't' a task-list body and its picture keys, 'o' an object store's error
+// document, anything else UTF-8 text). Each checks a property besides not crashing.
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "config/IniFile.h"
+#include "remote/OssError.h"
+#include "remote/TaskList.h"
+#include "src/Utf8.h"
+
+namespace {
+
+// The key rule stated apart from the service's: no leading separator, no drive, no NUL, and
+// every segment a name other than "." and "..".
+bool refused(const std::string& key) {
+  if (key.empty() || key[0] == '/' || key[0] == '\\' || (key.size() > 1 && key[1] == ':')) return true;
+  if (key.find('\0') != std::string::npos) return true;
+  std::string segment;
+  for (const char c : key + "/") {
+    if (c != '/' && c != '\\') {
+      segment += c;
+    } else if (segment.empty() || segment == "." || segment == "..") {
+      return true;
+    } else {
+      segment.clear();
+    }
+  }
+  return false;
+}
+
+void readIni(const std::string& text) {
+  static const std::string path = "/tmp/kps-fuzz-ini-" + std::to_string(::getpid()) + ".ini";
+  if (std::FILE* file = std::fopen(path.c_str(), "wb")) {
+    std::fwrite(text.data(), 1, text.size(), file);
+    std::fclose(file);
+  }
+  kps::IniFile ini;
+  ini.load(path);
+  const auto& entries = ini.entries();
+  if (entries.size() == 1 && !entries[0].value.empty() && ini.get(entries[0].section, entries[0].key).empty())
+    __builtin_trap();  // a lone entry must be found again
+}
+
+void readTaskList(const std::string& body) {
+  // A key that leaves the working directory must never reach the disk.
+  if (const auto tasks = kps::parseTaskList(body))
+    for (const auto& task : *tasks)
+      if (task.wellFormed && (kps::pictureKeyProblem(task.pic) != nullptr) != refused(task.pic)) __builtin_trap();
+  if ((kps::pictureKeyProblem(body) != nullptr) != refused(body)) __builtin_trap();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const std::string input(reinterpret_cast<const char*>(data) + 1, size - 1);
+  if (data[0] == 'i') {
+    readIni(input);
+  } else if (data[0] == 't') {
+    readTaskList(input);
+  } else if (data[0] == 'o') {
+    const kps::OssError error = kps::parseOssError(input);
+    if (error.code.size() > input.size() || error.message.size() > input.size()) __builtin_trap();
+  } else {
+    const std::wstring wide = kps::utf8ToWide(input);  // never fails, and its repair is stable
+    if (kps::utf8ToWide(kps::wideToUtf8(wide)) != wide) __builtin_trap();
+  }
+  return 0;
+}
