@@ -98,8 +98,8 @@ TEST(ToInt32, LikeTheStandardConversionWithItsMessages) {
 }
 
 // A whole config.ini, and what loading it gives: the settings as they stand afterwards (read in
-// a fixed order, each stored as it is read, so a failing one keeps what was read before it)
-// and the error that ends the start, if any.
+// a fixed order, each stored as it is read, so a failing one keeps what was read before it;
+// failures at every other setting pin that order) and the error that ends the start, if any.
 TEST(PrinterConfig, WhatAFileGives) {
   const std::string all = "EPSON L8160 Series|SCREEN-001|100|150|80|80|15|7|11|12|";
   struct Case {
@@ -115,13 +115,14 @@ TEST(PrinterConfig, WhatAFileGives) {
       {"texts missing", sampleConfig({{"PrinterName", ""}, {"ScreenId", ""}}), "", "||100|150|80|80|15|7|11|12|0|0"},
       {"key spelled Name", "[PrinterName]\nName=P\n" + sampleConfig({{"PrinterName", ""}}), "", "|SCREEN-001|100|150|80|80|15|7|11|12|0|0"},
       {"a name with a hash", sampleConfig({{"PrinterName", "Printer #2"}}), "", "|SCREEN-001|100|150|80|80|15|7|11|12|0|0"},
-      {"a number with letters", sampleConfig({{"FourWidth", "12px"}}), "", "EPSON L8160 Series|SCREEN-001|12|150|80|80|15|7|11|12|0|0"},
-      {"first integer bad, a later one too wide", sampleConfig({{"FourWidth", "abc"}, {"environment", "99999999999"}}),
-       "invalid stoi argument", "EPSON L8160 Series|SCREEN-001|0|0|0|0|0|0|0|0|0|0"},
+      {"a number with letters, then a sign alone", sampleConfig({{"FourWidth", "12px"}, {"Paperffder1", "-"}}),
+       "invalid stoi argument", "EPSON L8160 Series|SCREEN-001|12|150|80|80|15|0|0|0|0|0"},
+      {"an integer bad, a later one too wide", sampleConfig({{"FourHeight", "abc"}, {"environment", "99999999999"}}),
+       "invalid stoi argument", "EPSON L8160 Series|SCREEN-001|100|0|0|0|0|0|0|0|0|0"},
       {"too wide before a missing one", sampleConfig({{"ThreeSize", "4294967296"}, {"environment", ""}}),
        "stoi argument out of range", "EPSON L8160 Series|SCREEN-001|100|150|80|80|15|7|11|0|0|0"},
-      {"a comment hides a number", sampleConfig({{"FourHeight", "150 ; cm"}}), "invalid stoi argument",
-       "EPSON L8160 Series|SCREEN-001|100|0|0|0|0|0|0|0|0|0"},
+      {"a comment hides a number", sampleConfig({{"ThreeHeight", "80 ; mm"}}), "invalid stoi argument",
+       "EPSON L8160 Series|SCREEN-001|100|150|80|0|0|0|0|0|0|0"},
       {"environment missing", sampleConfig({{"environment", ""}}), "invalid stoi argument", all + "0|0"},
       {"retention not a number, read last", sampleConfig({{"PictureRetentionDays", "a month"}}),
        "invalid stoi argument", all + "0|0"},

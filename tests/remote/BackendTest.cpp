@@ -170,6 +170,12 @@ TEST_F(Backend, SyncSendsExactlyTheChangedRowsAsCompactJsonInStoredOrder) {
   row("failed-no-reason", 4, "NULL", t0);
   row("quote\"d", 4, "NULL", t0, "'line\nbreak\\'");
 
+  {
+    OutputWatcher down;
+    store.syncStatus("https://127.0.0.1:1/sync");  // a backend that is down stamps nothing
+    EXPECT_NE(down.text().find("URL_UPDATE_PRINTSTATUS ERROR \n"), std::string::npos);
+    EXPECT_EQ(file.scalar("SELECT group_concat(uuid) FROM local WHERE syncTime > ''"), "changed,unchanged,same-second");
+  }
   OutputWatcher log;
   store.syncStatus(base + "/sync");
   const auto requests = sent();

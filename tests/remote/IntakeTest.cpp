@@ -196,6 +196,17 @@ TEST_F(Intake, StalledTransferAndUnansweredConnectFailAgainstRealSockets) {
   EXPECT_EQ(store.pauses(), (std::vector<long>{300, 300, 600, 1200}));
 }
 
+// What the service runs with, read where it reads them: the cases above shorten copies only.
+TEST(Transport, DefaultsTheServiceRunsWith) {
+  EXPECT_EQ(std::make_pair(httpSettings().timeoutMs, httpSettings().dnsCacheSeconds), std::make_pair(30000L, 0L));
+  EXPECT_EQ(std::make_pair(ossSettings().connectTimeoutMs, ossSettings().stallSeconds), std::make_pair(5000L, 10L));
+  EXPECT_EQ(ossSettings().retryDelaysMs, (std::vector<long>{300, 600, 1200}));
+  std::vector<int> transient;
+  for (int code = 0; code < CURL_LAST; ++code)
+    if (isTransientTransferError(static_cast<CURLcode>(code))) transient.push_back(code);
+  EXPECT_EQ(transient, (std::vector<int>{7, 18, 23, 28, 52, 55, 56, 65}));
+}
+
 // CRC-64/XZ bit by bit: the store's checksum, written apart from the service's.
 std::string storeCrc64(const std::string& bytes) {
   std::uint64_t crc = ~0ull;
