@@ -6,13 +6,12 @@
 
 namespace kps {
 
-std::string localTimeString() {
-  std::time_t now = std::time(nullptr);
+std::string localTimeString(std::time_t when) {
   std::tm local{};
 #ifdef _WIN32
-  localtime_s(&local, &now);
+  localtime_s(&local, &when);
 #else
-  localtime_r(&now, &local);
+  localtime_r(&when, &local);
 #endif
   char buffer[80];
   std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <mutex>
 #include <string>
 
@@ -15,8 +16,9 @@ void logLine(const char* tag, int line, const char* message, const std::string& 
 void logLine(const char* tag, int line, const char* message, const char* value);
 void logLine(const char* tag, int line, const char* message, std::uint32_t value);
 
-// Local time as "%Y-%m-%d %H:%M:%S"; the store's time stamps use the same form.
-std::string localTimeString();
+// Local time (now, unless `when` says otherwise) as "%Y-%m-%d %H:%M:%S"; the store's time
+// stamps use the same form.
+std::string localTimeString(std::time_t when = std::time(nullptr));
 
 }  // namespace kps
 

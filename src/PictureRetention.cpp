@@ -13,18 +13,6 @@ namespace kps {
 
 namespace {
 
-std::string localTime(std::time_t when) {
-  std::tm local{};
-#ifdef _WIN32
-  localtime_s(&local, &when);
-#else
-  localtime_r(&when, &local);
-#endif
-  char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-  return text;
-}
-
 // True when the file lies under `base` once links and ".." are resolved.
 bool under(const std::filesystem::path& base, const std::string& path) {
   std::error_code error;
@@ -66,7 +54,7 @@ void Database::removeExpiredPictures(RetentionSweep& sweep, std::int32_t days, s
     std::cerr << "Failed to prepare query: " << errorMessage() << std::endl;
     return;
   }
-  const std::string cutoff = localTime(now - static_cast<std::time_t>(days) * 24 * 60 * 60);
+  const std::string cutoff = localTimeString(now - static_cast<std::time_t>(days) * 24 * 60 * 60);
   query.bind(1, cutoff);
   query.bind(2, sweep.afterTime);
   query.bind(3, sweep.afterTime);
