@@ -69,10 +69,11 @@ RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::strin
     // A file that is there is never fetched again, whatever it holds.
     else if (std::filesystem::exists(status)) return Picture::Present;
   }
-  if (noSpace || (why.empty() && storageFailed_)) {
+  const auto deferred = [&] {
     logLine(KPS_TAG_REMOTE, __LINE__, "task left for a later poll, its picture cannot be stored here: ", pic);
     return Picture::Deferred;
-  }
+  };
+  if (noSpace || (why.empty() && storageFailed_)) return deferred();
   if (!why.empty()) {
     logLine(KPS_TAG_REMOTE, __LINE__, "refused picture key: ", pic + " (" + why + ")");
     return Picture::Missing;
@@ -83,8 +84,7 @@ RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::strin
       // The store answered; this machine could not keep the bytes. Recording the order as
       // failed would lose it: the backend lists it again once there is room.
       storageFailed_ = true;
-      logLine(KPS_TAG_REMOTE, __LINE__, "task left for a later poll, its picture cannot be stored here: ", pic);
-      return Picture::Deferred;
+      return deferred();
     }
     if (++retries > 3) return Picture::Missing;
   }
