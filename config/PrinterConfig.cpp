@@ -19,6 +19,21 @@ std::int32_t toInt32(const std::string& text) {
   return static_cast<std::int32_t>(value);
 }
 
+namespace {
+
+// A picture size is drawn at `factor` times its value as a 32-bit integer: a value that would
+// leave that range is refused at start, like one that is not a number.
+std::int32_t toPictureSize(const std::string& text, double factor, const char* setting) {
+  const std::int32_t value = toInt32(text);
+  const double drawn = static_cast<double>(value) * factor;
+  if (drawn >= 2147483648.0 || drawn <= -2147483649.0)
+    throw std::out_of_range(std::string(setting) + " " + std::to_string(value) + " cannot be drawn: " +
+                            (factor == 3.7 ? "3.7" : "3.8") + " times it leaves the 32-bit range");
+  return value;
+}
+
+}  // namespace
+
 PrinterConfig& PrinterConfig::instance() {
   static PrinterConfig config("./config.ini");  // thread-safe first use
   return config;
@@ -30,10 +45,10 @@ PrinterConfigValues PrinterConfig::load() {
     // Looked up in this order, each stored as soon as it is read.
     values_.PrinterName = ini_.get("PrinterName", "name");
     values_.ScreenId = ini_.get("ScreenId", "id");
-    values_.FourWidth = toInt32(ini_.get("FourWidth", "width"));
-    values_.FourHeight = toInt32(ini_.get("FourHeight", "height"));
-    values_.ThreeWidth = toInt32(ini_.get("ThreeWidth", "width"));
-    values_.ThreeHeight = toInt32(ini_.get("ThreeHeight", "height"));
+    values_.FourWidth = toPictureSize(ini_.get("FourWidth", "width"), 3.7, "FourWidth");
+    values_.FourHeight = toPictureSize(ini_.get("FourHeight", "height"), 3.8, "FourHeight");
+    values_.ThreeWidth = toPictureSize(ini_.get("ThreeWidth", "width"), 3.7, "ThreeWidth");
+    values_.ThreeHeight = toPictureSize(ini_.get("ThreeHeight", "height"), 3.8, "ThreeHeight");
     values_.Rearfeeder = toInt32(ini_.get("Rearfeeder", "value"));
     values_.Paperffder1 = toInt32(ini_.get("Paperffder1", "value"));
     values_.FourSize = toInt32(ini_.get("FourSize", "value"));
