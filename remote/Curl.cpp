@@ -36,6 +36,7 @@ CurlEasy newTransfer() {
   if (!curl) return curl;
   if (cache.get()) curl_easy_setopt(curl.get(), CURLOPT_SHARE, cache.get());
   curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(curl.get(), CURLOPT_MAXLIFETIME_CONN, httpSettings().connectionLifetimeSeconds);
   // Verification stays on; a configured bundle only replaces the default trust store, which on
   // Windows is the system's own (OpenSSL has none there).
   if (!httpSettings().caBundle.empty())

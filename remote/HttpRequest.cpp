@@ -12,7 +12,7 @@ namespace kps {
 CURLcode lastTaskListResult = CURLE_OK;
 
 HttpSettings& httpSettings() {
-  static HttpSettings settings{30000, 0, deployment::kCaBundle};
+  static HttpSettings settings{30000, 0, deployment::kCaBundle, 3600};
   return settings;
 }
 

@@ -13,6 +13,9 @@ struct HttpSettings {
   long timeoutMs = 30000;    // the whole backend request, connection included
   long dnsCacheSeconds = 0;  // every backend request resolves its host afresh
   std::string caBundle;      // empty: the TLS library's default trust store
+  // A kept connection is closed after this long, however busy, so that a changed address of
+  // the backend or the store is followed within it.
+  long connectionLifetimeSeconds = 3600;
 };
 HttpSettings& httpSettings();
 

@@ -6,9 +6,11 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "remote/HttpRequest.h"
+#include "remote/RemoteOrderIdManger.h"
 #include "src/Database.h"
 #include "tests/support/HttpsServer.h"
 #include "tests/support/OutputWatcher.h"
@@ -40,6 +42,10 @@ class Backend : public ::testing::Test {
       record(req);
       res.status = 500;  // any completed exchange counts as received
       res.set_content("{\"error\":\"backend exploded\"}", "application/json");
+    });
+    routes.Get("/print/task/list", [this](const httplib::Request& req, httplib::Response& res) {
+      record(req);
+      res.set_content("{\"code\":\"100\",\"msg\":\"success\",\"data\":[]}", "application/json");
     });
     routes.Get("/zeros", [](const httplib::Request&, httplib::Response& res) { res.set_content(std::string("a\0b\0\0c", 6), "x/y"); });
     routes.Get("/moved", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/list?from=redirect"); });
@@ -106,6 +112,12 @@ TEST_F(Backend, RequestsAsSentAndBodiesAsReceived) {
     EXPECT_EQ(response, c.body) << c.path;
     EXPECT_EQ(seen, c.seen) << c.path;
   }
+  // The intake's own request: its query text as the backend receives it.
+  RemoteOrderIdManger intake(dir.file("Intake.db"));
+  OutputWatcher log;
+  intake.GetTaskList("SCREEN-7", base + "/print/task/list");
+  EXPECT_EQ(seen, "GET /print/task/list?screenNumber=SCREEN-7 accept=application/json type= ");
+  EXPECT_NE(log.text().find("] response :{\"code\":\"100\",\"msg\":\"success\",\"data\":[]}\n"), std::string::npos);
 }
 
 TEST_F(Backend, FailuresSayWhatTheyShouldAndKeepTheResponse) {
@@ -155,6 +167,17 @@ TEST_F(Backend, OneConnectionIsKeptAndALostOneIsMadeAgain) {
   EXPECT_EQ(HttpRequest(base + "/list", "", "GET", response), 0);
   ASSERT_EQ(ports.size(), 7u);
   EXPECT_NE(ports.back(), ports.front());
+
+  // However busy, a connection lives only so long, so that a changed address is followed.
+  httpSettings().connectionLifetimeSeconds = 1;
+  const auto start = std::chrono::steady_clock::now();
+  while (std::chrono::steady_clock::now() - start < std::chrono::milliseconds(2500)) {
+    ASSERT_EQ(HttpRequest(base + "/list", "", "GET", response), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // a poll's pace, well inside the keep-alive
+  }
+  const std::set<int> used(ports.begin() + 7, ports.end());
+  EXPECT_GE(used.size(), 2u);
+  EXPECT_LE(used.size(), 4u);
 }
 
 TEST_F(Backend, SyncSendsExactlyTheChangedRowsAsCompactJsonInStoredOrder) {
