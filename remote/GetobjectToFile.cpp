@@ -7,14 +7,17 @@ namespace kps {
 
 int RemoteOrderIdManger::GetobjectToFile(const std::string& objectKey, const std::string& filePath) {
   OssError error;
-  lastDownloadLocal_ = false;
+  lastLocalFailure_ = LocalFailure::None;
   if (fetchObjectToFile(ossSettings(), objectKey, filePath, error)) {
     std::cout << "RemoteOrderIdManger::GetobjectToFile" << " success" << std::endl;
     return 0;
   }
   std::cout << "GetObjectToFile fail" << ",code:" << error.code << ",message:" << error.message
             << ",requestId:" << error.requestId << std::endl;
-  lastDownloadLocal_ = error.localWrite;
+  if (error.localWrite) {
+    lastLocalFailure_ = error.keyLocal ? LocalFailure::Key : LocalFailure::Machine;
+    lastLocalMessage_ = error.message;
+  }
   return 1;
 }
 

@@ -13,6 +13,7 @@
 #include "remote/Curl.h"
 #include "remote/OssSigner.h"
 #include "src/FilePath.h"
+#include "src/OwnFiles.h"
 
 namespace kps {
 
@@ -48,6 +49,8 @@ namespace {
 struct FileCloser {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
+
+std::error_code lastErrno() { return std::error_code(errno, std::generic_category()); }
 
 bool startsWithNoCase(const std::string& text, const std::string& prefix) {
   if (text.size() < prefix.size()) return false;
@@ -116,7 +119,7 @@ struct Transfer {
     if (!t.open()) return 0;  // aborts the transfer: nowhere to put the bytes
     t.crc = crc64(t.crc, data, bytes);
     if (std::fwrite(data, 1, bytes, t.file.get()) != bytes) {
-      t.writeFailure = std::strerror(errno);
+      t.writeError = lastErrno();
       return 0;
     }
     return bytes;
@@ -141,21 +144,21 @@ struct Transfer {
     if (file) return true;
     file.reset(openFile(temporary, "wb"));
     created = created || file;
-    if (!file) writeFailure = std::strerror(errno);
+    if (!file) writeError = lastErrno();
     return static_cast<bool>(file);
   }
 
-  // Closes the whole body and moves it into place; false with writeFailure set when it
+  // Closes the whole body and moves it into place; false with writeError set when it
   // could not be written.
   bool keepAs(const std::string& finalPath) {
     if (!open()) return false;  // an empty object still gets its (empty) file
     const bool flushed = std::fflush(file.get()) == 0;
-    if (!flushed) writeFailure = std::strerror(errno);
+    if (!flushed) writeError = lastErrno();
     file.reset();
     if (!flushed) return false;
     std::error_code error;
     std::filesystem::rename(toPath(temporary), toPath(finalPath), error);
-    if (error) writeFailure = error.message();
+    if (error) writeError = error;
     kept = !error;
     return kept;
   }
@@ -166,7 +169,7 @@ struct Transfer {
   bool created = false;
   bool kept = false;
   std::uint64_t crc = 0;
-  std::string writeFailure;
+  std::error_code writeError;  // why the body could not be kept here
   std::string errorBody;
   std::string requestId;
   std::string crcHeader;
@@ -232,7 +235,7 @@ bool fetchObjectToFile(const OssSettings& settings, const std::string& key,
   const std::string url = ossObjectUrl(settings, key);
   bool clockCorrected = false;
   for (std::size_t retries = 0;;) {
-    Transfer transfer(filePath + ".kps-download");
+    Transfer transfer(downloadTemporaryPath(filePath));
     auto [result, status] = perform(settings, url, key, transfer);
     if (result == CURLE_OK && status >= 200 && status < 300) {
       if (!transfer.crcHeader.empty() && transfer.crcHeader != std::to_string(transfer.crc)) {
@@ -247,12 +250,15 @@ bool fetchObjectToFile(const OssSettings& settings, const std::string& key,
       result = CURLE_WRITE_ERROR;
     }
     if (result != CURLE_OK) {
-      const bool local = !transfer.writeFailure.empty();
+      const bool local = static_cast<bool>(transfer.writeError);
       error = clientError(result,
-                          local ? "cannot write " + transfer.temporary + ": " + transfer.writeFailure
+                          local ? "cannot write " + transfer.temporary + ": " + transfer.writeError.message()
                           : *transfer.detail ? transfer.detail : curl_easy_strerror(result),
                           transfer.requestId);
       error.localWrite = local;
+      // The key's own name: no later attempt can write it either.
+      error.keyLocal = local && isNameProblem(transfer.writeError);
+      if (error.keyLocal) return false;
     } else {
       error = parseOssError(transfer.errorBody);
       if (error.code.empty()) {  // a proxy's page, an empty answer: not the store's document

@@ -10,7 +10,10 @@ struct OssError {
   std::string message;
   std::string requestId;
   std::string serverTime;   // the store's clock, in a RequestTimeTooSkewed answer
-  bool localWrite = false;  // the object arrived but could not be written here
+  // The object arrived but could not be written here: because of the key's own name (a name
+  // this file system cannot hold) when keyLocal, else because of the machine (a full disk).
+  bool localWrite = false;
+  bool keyLocal = false;
 };
 
 // Reads the fields from an error body; a field that is missing stays empty, so a body that is

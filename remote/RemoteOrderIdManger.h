@@ -4,6 +4,7 @@
 #include <string>
 
 #include "src/Database.h"
+#include "src/OwnFiles.h"
 
 namespace kps {
 
@@ -22,10 +23,14 @@ class RemoteOrderIdManger : public Database {
   enum class Picture { Present, Missing, Deferred };
   // Fetches a task's picture to path unless the file exists. Missing: stored as failed;
   // Deferred: this machine could not store it (a full disk), so the task waits for a later poll.
-  Picture ensurePicture(const std::string& pic, const std::string& path, int& retries);
+  Picture ensurePicture(const std::string& pic, const std::string& path, const OwnFiles& own,
+                        int& retries);
 
-  bool lastDownloadLocal_ = false;  // the last download failed on this machine's side
-  bool storageFailed_ = false;      // a picture of this pass could not be stored
+  // Where the last download failed on this machine's side, if it did.
+  enum class LocalFailure { None, Machine, Key };
+  LocalFailure lastLocalFailure_ = LocalFailure::None;
+  std::string lastLocalMessage_;
+  bool storageFailed_ = false;  // a picture of this pass could not be stored
 };
 
 }  // namespace kps

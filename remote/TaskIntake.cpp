@@ -8,6 +8,7 @@
 #include "src/FilePath.h"
 #include "src/Log.h"
 #include "src/Runtime.h"
+#include "src/ServiceFiles.h"
 
 namespace kps {
 
@@ -23,10 +24,11 @@ std::string quoted(const std::string& folder) {
   return text + "\"";
 }
 
-// Makes the folder of a picture path; why it could not, or "". An error ends only this task,
-// not the intake: one bad key must not take the kiosk down while the backend lists it on every
-// poll. `noSpace` tells a full disk (worth another try later) from a key that cannot work.
-std::string createFolderFor(const std::string& path, bool& noSpace) {
+// Makes the folder of a picture path. Returns why the key cannot have it (a file where a folder
+// should be, a name too long), or "" with `machine` set when this machine could not make it
+// now (a full disk, a folder it may not write): one bad key must not take the kiosk down, nor
+// a passing condition lose an order.
+std::string createFolderFor(const std::string& path, std::error_code& machine) {
   const std::string folder = folderOf(path);
   if (folder.empty()) return "";
   std::error_code error;
@@ -35,8 +37,9 @@ std::string createFolderFor(const std::string& path, bool& noSpace) {
   if (std::filesystem::exists(status)) return "its folder is a file";
   const bool created = std::filesystem::create_directories(toPath(folder), error);
   if (error) {
-    noSpace = error == std::errc::no_space_on_device;
-    return error.message();
+    if (isNameProblem(error)) return error.message();
+    machine = error;
+    return "";
   }
   if (created)
     std::cout << "dir create success: " << quoted(folder) << std::endl;
@@ -57,35 +60,41 @@ void RemoteOrderIdManger::GetTaskList(std::string screenNumber, std::string url)
 
 RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::string& pic,
                                                                  const std::string& path,
+                                                                 const OwnFiles& own,
                                                                  int& retries) {
   const char* problem = pictureKeyProblem(pic);
-  bool noSpace = false;
-  std::string why = problem ? problem : createFolderFor(path, noSpace);
-  if (why.empty()) {
+  if (!problem) problem = own.keyProblem(pic);
+  std::error_code machine;
+  std::string why = problem ? problem : createFolderFor(path, machine);
+  if (why.empty() && !machine) {
     std::error_code error;
     const auto status = std::filesystem::status(toPath(path), error);
     if (std::filesystem::is_directory(status)) why = "does not name a file";
-    else if (error && error != std::errc::no_such_file_or_directory) why = error.message();
+    else if (error && error != std::errc::no_such_file_or_directory && isNameProblem(error))
+      why = error.message();
+    else if (error && error != std::errc::no_such_file_or_directory)
+      machine = error;
     // A file that is there is never fetched again, whatever it holds.
     else if (std::filesystem::exists(status)) return Picture::Present;
   }
+  const auto refused = [&](const std::string& reason) {
+    logLine(KPS_TAG_REMOTE, __LINE__, "refused picture key: ", pic + " (" + reason + ")");
+    return Picture::Missing;
+  };
   const auto deferred = [&] {
+    // Recording the order as failed would lose it: the backend lists it again once there is
+    // room, and until then the pass's other downloads would meet the same condition.
+    storageFailed_ = true;
     logLine(KPS_TAG_REMOTE, __LINE__, "task left for a later poll, its picture cannot be stored here: ", pic);
     return Picture::Deferred;
   };
-  if (noSpace || (why.empty() && storageFailed_)) return deferred();
-  if (!why.empty()) {
-    logLine(KPS_TAG_REMOTE, __LINE__, "refused picture key: ", pic + " (" + why + ")");
-    return Picture::Missing;
-  }
+  if (!why.empty()) return refused(why);
+  if (machine || storageFailed_) return deferred();
   // The retry budget belongs to the whole body: three extra attempts shared by all tasks.
   while (GetobjectToFile(pic, path) != 0) {
-    if (lastDownloadLocal_) {
-      // The store answered; this machine could not keep the bytes. Recording the order as
-      // failed would lose it: the backend lists it again once there is room.
-      storageFailed_ = true;
-      return deferred();
-    }
+    // The store answered; this machine could not keep the bytes.
+    if (lastLocalFailure_ == LocalFailure::Key) return refused("cannot be stored here: " + lastLocalMessage_);
+    if (lastLocalFailure_ == LocalFailure::Machine) return deferred();
     if (++retries > 3) return Picture::Missing;
   }
   return Picture::Present;
@@ -102,13 +111,20 @@ void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
   int retries = 0;
   storageFailed_ = false;
   const std::string base = workingDirectory() + kPathSeparator;
+  const OwnFiles own = serviceOwnFiles();
   for (const auto& entry : *tasks) {
     if (!entry.wellFormed) {
       logLine(KPS_TAG_REMOTE, __LINE__, "task skipped, malformed member: ", entry.taskId);
       continue;
     }
     const std::string path = base + entry.pic;
-    const Picture picture = ensurePicture(entry.pic, path, retries);
+    Picture picture = Picture::Missing;
+    // A copy count no kiosk prints would hold the print run, and the intake with it, for years.
+    if (entry.number > kMostCopies)
+      logLine(KPS_TAG_REMOTE, __LINE__, "task refused, more copies than 999: ",
+              entry.taskId + " (" + std::to_string(entry.number) + ")");
+    else
+      picture = ensurePicture(entry.pic, path, own, retries);
     if (picture == Picture::Deferred) continue;
     if (picture == Picture::Present) {
       if (insertOrder("local", entry.orderNo, entry.taskId, path, 0, entry.number, entry.type))

@@ -9,6 +9,9 @@
 
 namespace kps {
 
+// The most copies one task may ask for.
+inline constexpr std::int32_t kMostCopies = 999;
+
 struct TaskListEntry {
   bool wellFormed = false;  // false: skip it, with a line naming `taskId`
   std::string taskId;       // "?" when the element's taskId is not a string

@@ -49,6 +49,28 @@ std::string workingDirectory() {
 
 #endif
 
+bool isNameProblem(const std::error_code& error) {
+#ifdef _WIN32
+  if (error.category() == std::system_category()) {
+    switch (error.value()) {
+      case ERROR_FILENAME_EXCED_RANGE:
+      case ERROR_INVALID_NAME:
+      case ERROR_BAD_PATHNAME:
+      case ERROR_DIRECTORY:
+      case ERROR_PATH_NOT_FOUND:
+        return true;
+      default:
+        return false;
+    }
+  }
+  // The C run-time reports a name too long for the system as "no such file".
+  if (error == std::errc::no_such_file_or_directory) return true;
+#endif
+  return error == std::errc::filename_too_long || error == std::errc::not_a_directory ||
+         error == std::errc::is_a_directory || error == std::errc::invalid_argument ||
+         error == std::errc::illegal_byte_sequence;
+}
+
 std::string folderOf(const std::string& path) {
   const auto cut = path.find_last_of("\\/");
   if (cut == std::string::npos) return "";

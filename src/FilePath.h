@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace kps {
 
@@ -18,6 +19,11 @@ std::FILE* openFile(const std::string& utf8, const char* mode);
 // Everything before the last separator ('\' or '/'), the run of separators at the cut dropped;
 // a root or drive alone is kept ("C:\", "/"). Empty when there is no separator.
 std::string folderOf(const std::string& path);
+
+// Whether a file-system error says that the path itself cannot exist here (a name too long or
+// not allowed, a file where a folder should be), rather than a condition of the machine (a full
+// disk, a folder it may not write, a read-only or failing disk).
+bool isNameProblem(const std::error_code& error);
 
 // The process's working directory as UTF-8, or "" when it cannot be read.
 std::string workingDirectory();

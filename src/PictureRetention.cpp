@@ -8,6 +8,7 @@
 #include "src/Log.h"
 #include "src/PictureRetention.h"
 #include "src/Runtime.h"
+#include "src/ServiceFiles.h"
 
 namespace kps {
 
@@ -28,9 +29,18 @@ void Database::removeExpiredPictures(RetentionSweep& sweep, std::int32_t days, s
                                      int batch) {
   if (days <= 0 || !db) return;
   // An intake pass could be about to print a file that is still here; a print run holds the
-  // lock for minutes. Either way this pass waits for its next turn instead of for the lock.
+  // lock for minutes. Either way this pass waits for its next turn instead of for a lock.
+  // A print run about to start (its wake-up pending) counts as under way: the woken worker
+  // holds newOrderMutex while it waits for databaseMutex, so a pass holding databaseMutex past
+  // the next poll would let that poll's intake take it, store an order and wait for
+  // newOrderMutex for ever. With no wake-up pending and databaseMutex held here, none can be
+  // raised (only an intake pass raises one, inside databaseMutex).
+  std::unique_lock<std::mutex> wakeUp(newOrderMutex, std::try_to_lock);
+  if (!wakeUp || newOrderFlag) return;
   std::unique_lock<std::mutex> store(databaseMutex, std::try_to_lock);
   if (!store) return;
+  wakeUp.unlock();
+  if (sweep.whileLocked) sweep.whileLocked();
   sweep.ran = true;
   sweep.lastRun = std::chrono::steady_clock::now();
   if (!sweep.indexed) {
@@ -44,6 +54,7 @@ void Database::removeExpiredPictures(RetentionSweep& sweep, std::int32_t days, s
   std::error_code error;
   const auto base = std::filesystem::canonical(toPath(workingDirectory()), error);
   if (error) return;
+  const OwnFiles own = serviceOwnFiles();
 
   SqliteStatement query(db,
                         "SELECT rowid, path, status, syncTime, updateTime, EXISTS (SELECT 1 FROM local "
@@ -70,7 +81,8 @@ void Database::removeExpiredPictures(RetentionSweep& sweep, std::int32_t days, s
     const std::string updateTime = query.text(4);
     const bool pendingUse = query.integer(5) != 0;
     bool again = false;
-    if (path && status >= 2 && status <= 5 && under(base, path)) {
+    // Whatever a row says, the service's own files are never a picture.
+    if (path && status >= 2 && status <= 5 && under(base, path) && !own.owns(path)) {
       if (syncTime.empty() || syncTime < updateTime || pendingUse) {
         again = true;  // not reported since its last change, or still to be printed
       } else if (std::filesystem::remove(toPath(path), error)) {

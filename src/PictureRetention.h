@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace kps {
@@ -16,6 +17,8 @@ struct RetentionSweep {
   std::string blockedTime;
   std::int64_t blockedRow = -1;
   bool indexed = false;
+  // Called once a pass holds the store, before it works: tests hold a pass there.
+  std::function<void()> whileLocked;
   bool ran = false;
   std::chrono::steady_clock::time_point lastRun;
 

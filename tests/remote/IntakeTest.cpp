@@ -199,6 +199,7 @@ TEST_F(Intake, StalledTransferAndUnansweredConnectFailAgainstRealSockets) {
 // What the service runs with, read where it reads them: the cases above shorten copies only.
 TEST(Transport, DefaultsTheServiceRunsWith) {
   EXPECT_EQ(std::make_pair(httpSettings().timeoutMs, httpSettings().dnsCacheSeconds), std::make_pair(30000L, 0L));
+  EXPECT_EQ(httpSettings().connectionLifetimeSeconds, 3600L);
   EXPECT_EQ(std::make_pair(ossSettings().connectTimeoutMs, ossSettings().stallSeconds), std::make_pair(5000L, 10L));
   EXPECT_EQ(ossSettings().retryDelaysMs, (std::vector<long>{300, 600, 1200}));
   std::vector<int> transient;
@@ -304,11 +305,14 @@ TEST_F(Intake, FailingPicturesShareOneRetryBudgetAndAPendingOrderIsMarked) {
   EXPECT_FALSE(takeWakeUp());
 }
 
-TEST_F(Intake, BadKeysAreStoredFailedWithALineAndThePassGoesOn) {
+// Keys that cannot be a picture here, and copy counts no kiosk prints: each task is stored
+// failed with one line, and holds back none of the tasks after it.
+TEST_F(Intake, BadKeysAndCopyCountsAreStoredFailedWithALineAndThePassGoesOn) {
   dir.write("file", "a file where a folder would be");
   std::filesystem::create_directories(dir.file("folder"));
   store.put("ok.jpg", "jpeg");
   const std::string leaves = "leaves the working directory", noFile = "does not name a file";
+  const std::string own = "names one of the service's own files";
   const std::string tooLong(300, 'n');
   const std::pair<std::string, std::string> cases[] = {
       {"../escape.jpg", leaves}, {"a/../../escape.jpg", leaves}, {"/etc/escape.jpg", leaves},
@@ -317,19 +321,31 @@ TEST_F(Intake, BadKeysAreStoredFailedWithALineAndThePassGoesOn) {
       {std::string("a\0b", 3), "holds a NUL character"}, {"folder", noFile},
       {"file/x.jpg", "its folder is a file"}, {"file/sub/x.jpg", "Not a directory"},
       {tooLong + "/x.jpg", "File name too long"}, {tooLong + ".jpg", "File name too long"},
+      {"config.ini", own}, {"PrintData.db", own}, {"PrintData.db-wal", own}, {"PrintData.db-journal", own},
+      {"x/~~~~~~~~", own},
   };
   std::vector<std::string> tasks;
   for (std::size_t i = 0; i < std::size(cases); ++i) tasks.push_back(task("T-" + std::to_string(i), cases[i].first));
-  tasks.push_back(task("T-ok", "ok.jpg"));
+  // A name that fits the file system only just: its download's temporary file fits too.
+  const std::string longest = "long/" + std::string(251, 'l') + ".jpg";
+  store.put(longest, "jpeg");
+  tasks.push_back(task("T-longest", longest));
+  tasks.push_back(task("T-copies", "ok.jpg", 1000));
+  tasks.push_back(task("T-ok", "ok.jpg", 999));
   tasks.push_back(task("T-ok2", "..a/b..c.jpg"));  // dots inside names are names
   store.put("..a/b..c.jpg", "jpeg");
   OutputWatcher log;
   intake.ReceiveBackupData(taskList(tasks));
   for (const auto& [key, why] : cases)
     EXPECT_NE(log.text().find("] refused picture key: " + key + " (" + why + ")\n"), std::string::npos) << key;
-  EXPECT_EQ(store.requests(), 2);  // only the good tasks' pictures
-  EXPECT_EQ(file.scalar("SELECT count(*) FROM local WHERE status = 4"), std::to_string(std::size(cases)));
-  EXPECT_EQ(file.scalar("SELECT group_concat(status) FROM local WHERE uuid IN ('T-ok', 'T-ok2')"), "0,0");
+  EXPECT_NE(log.text().find("] task refused, more copies than 999: T-copies (1000)\n"), std::string::npos);
+  EXPECT_EQ(log.text().find("task left for a later poll"), std::string::npos) << log.text();
+  EXPECT_EQ(store.requests(), 3);  // only the good tasks' pictures
+  EXPECT_EQ(file.scalar("SELECT count(*) FROM local WHERE status = 4"), std::to_string(std::size(cases) + 1));
+  EXPECT_EQ(file.scalar("SELECT group_concat(uuid||':'||status||':'||realNumber) FROM (SELECT * FROM local WHERE uuid "
+                        "IN ('T-longest', 'T-copies', 'T-ok', 'T-ok2') ORDER BY uuid)"),
+            "T-copies:4:1000,T-longest:0:1,T-ok:0:999,T-ok2:0:1");
+  EXPECT_EQ(dir.read(longest), "jpeg");
   EXPECT_TRUE(takeWakeUp());
   EXPECT_FALSE(std::filesystem::exists(dir.path() + "/../escape.jpg"));
 }

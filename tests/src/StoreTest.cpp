@@ -232,6 +232,13 @@ TEST_F(Store, RetentionOnlyReportedFinalOrdersOlderThanTheDaysLoseTheirPicture) 
   order("shared-pending", 0, -1, -1, shared);
   const std::string outside = order("outside", 2, 31, 30, elsewhere.file("x.jpg"));
   std::ofstream(dir.file("pics/stray.jpg")) << "jpeg";
+  // Rows that name the service's own files, however they came to be written.
+  std::ofstream(dir.file("config.ini")) << "[PrinterName]";
+  fs::create_hard_link(dir.file("PrintData.db"), dir.file("pics/store-by-another-name.jpg"));
+  std::vector<std::string> ownFiles;
+  for (const char* name : {"config.ini", "PrintData.db", "PrintData.db-wal", "PrintData.db-shm", "pics/~~~~~~~~",
+                           "pics/store-by-another-name.jpg"})
+    ownFiles.push_back(order(std::string("own:") + name, 4, 31, 30, dir.file(name)));
   order("already-gone", 2, 31, 30, dir.file("pics/gone.jpg"), false);
   const std::string stuck = order("stuck", 2, 31, 30, dir.file("pics/a-folder.jpg"), false);
   fs::create_directories(stuck + "/inside");  // a non-empty folder cannot go
@@ -248,10 +255,11 @@ TEST_F(Store, RetentionOnlyReportedFinalOrdersOlderThanTheDaysLoseTheirPicture) 
   EXPECT_TRUE(fs::exists(shared));
   EXPECT_TRUE(fs::exists(outside));
   EXPECT_TRUE(fs::exists(dir.file("pics/stray.jpg")));
+  for (const auto& own : ownFiles) EXPECT_TRUE(fs::exists(own)) << own;
   EXPECT_EQ(log.text().find("gone.jpg"), std::string::npos);
   store.removeExpiredPictures(sweep, 30, now);  // a failed deletion: one line a pass, tried again
   EXPECT_EQ(count(log.text(), "] picture could not be removed: " + stuck + " ("), 2u) << log.text();
-  EXPECT_EQ(file.scalar("SELECT count(*) FROM local"), "13");  // the rows stay
+  EXPECT_EQ(file.scalar("SELECT count(*) FROM local"), "19");  // the rows stay
 }
 
 TEST_F(Store, RetentionNeverWaitsForTheStoreAndComesBackForWhatWasNotReady) {
@@ -282,6 +290,70 @@ TEST_F(Store, RetentionNeverWaitsForTheStoreAndComesBackForWhatWasNotReady) {
   ASSERT_TRUE(file.exec("UPDATE local SET syncTime = " + daysAgo(30) + " WHERE uuid = 'early-unreported'"));
   store.removeExpiredPictures(sweep, 30, now, 2);
   EXPECT_FALSE(fs::exists(early));
+}
+
+// The woken print worker holds newOrderMutex while it waits for databaseMutex: a sweep holding
+// that past the next poll would let the poll's intake take it, store an order and wait for
+// newOrderMutex for ever. So a sweep never holds the store while a print run is under way or
+// about to start; with neither, it holds it (here, as long as the test likes) and the intake
+// and the run that come meanwhile simply follow it.
+TEST_F(Store, RetentionNeverHoldsTheStoreWhileARunIsUnderWayOrAboutToStart) {
+  const std::string old = order("old", 2, 31, 30);
+  std::promise<void> held, release;
+  std::shared_future<void> released = release.get_future().share();
+  bool entered = false;
+  sweep.whileLocked = [&] { entered = true; };
+  const auto raiseFlag = [](bool value) {
+    std::lock_guard<std::mutex> lock(newOrderMutex);
+    newOrderFlag = value;
+  };
+  raiseFlag(true);  // an intake pass announced orders; the worker has not run yet
+  store.removeExpiredPictures(sweep, 30, now);
+  EXPECT_FALSE(entered) << "a wake-up was pending";
+  EXPECT_TRUE(fs::exists(old));
+  raiseFlag(false);
+  entered = false;
+  std::promise<void> running;
+  std::thread worker([&] {  // a print run under way holds newOrderMutex
+    std::lock_guard<std::mutex> lock(newOrderMutex);
+    running.set_value();
+    released.wait();
+  });
+  running.get_future().wait();
+  store.removeExpiredPictures(sweep, 30, now);
+  EXPECT_FALSE(entered) << "a print run was under way";
+  EXPECT_TRUE(fs::exists(old));
+  release.set_value();
+  worker.join();
+
+  // Idle: the sweep holds the store until let go; an intake pass and the run it wakes wait.
+  std::promise<void> letGo;
+  std::shared_future<void> goOn = letGo.get_future().share();
+  sweep.whileLocked = [&] { held.set_value(), goOn.wait(); };
+  std::atomic<int> runs{0};
+  std::atomic<bool> stop{false};
+  std::thread printWorker([&] {
+    std::unique_lock<std::mutex> lock(newOrderMutex);
+    while (!stop) printWorkerCycle(lock, [&] { std::lock_guard<std::mutex> run(databaseMutex); ++runs; });
+  });
+  std::thread sweeper([&] { store.removeExpiredPictures(sweep, 30, now); });
+  held.get_future().wait();
+  fs::create_directories(dir.file("new"));
+  std::ofstream(dir.file("new/a.jpg")) << "jpeg";
+  RemoteOrderIdManger intake("PrintData.db");
+  std::thread poll([&] { intake.ReceiveBackupData(taskList({task("T-new", "new/a.jpg")})); });
+  letGo.set_value();
+  sweeper.join();
+  poll.join();
+  const auto deadline = std::chrono::steady_clock::now() + 10s;
+  while (runs == 0 && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_EQ(runs.load(), 1);
+  EXPECT_FALSE(fs::exists(old));
+  EXPECT_EQ(file.order("T-new"), "0|-|-");
+  stop = true;
+  announceNewOrders(nullptr);
+  printWorker.join();
+  raiseFlag(false);
 }
 
 }  // namespace

@@ -1,0 +1,10 @@
+#include "src/ServiceFiles.h"
+
+#include "printer/PrinterSettings.h"
+#include "src/FilePath.h"
+
+namespace kps {
+
+OwnFiles serviceOwnFiles() { return OwnFiles(workingDirectory()); }
+
+}  // namespace kps
