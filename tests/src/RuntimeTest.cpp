@@ -34,6 +34,9 @@ TEST(Log, LineFormatsWithEveryValueKind) {
       {[] { logLine(KPS_TAG_DATABASE, 4, "uuid : ", "t-1"); }, R"(\[\.\.\\\.\.\\\.\.\\src\\Database:4\] uuid : t-1)"},
       {[] { logLine(KPS_TAG_PRINTER, 5, "Error code:", std::uint32_t{4294967295u}); },
        R"(\[\.\.\\\.\.\\\.\.\\printer\\PrinterManager:5\] Error code:4294967295)"},
+      // A write that failed before (a full disk under a redirection) silences no later line.
+      {[] { std::cout.setstate(std::ios::badbit); logLine(KPS_TAG_TASK, 6, "after a failed write"); },
+       R"(\[\.\.\\\.\.\\\.\.\\src\\task:6\] after a failed write)"},
   };
   for (const auto& [call, rest] : cases) {
     OutputWatcher capture;

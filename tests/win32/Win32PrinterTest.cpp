@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -123,14 +125,55 @@ TEST_F(Win32Printer, EveryPathReleasesWhatItTookGdiplusLast) {
       {"dc", {"printer", "picture", "GDI+"}},
       {"document", {"device context", "printer", "picture", "GDI+"}},
       {"draw", {"graphics", "device context", "printer", "picture", "GDI+"}},
+      // A printed copy leaves GDI+ started; the graphics go before the device context they
+      // were made from, as GDI+ requires.
+      {"", {"graphics", "device context", "printer", "picture"}},
   };
   std::int32_t code = -5;
   for (const auto& [call, order] : cases) {
     failing = call;
-    EXPECT_EQ(manager.PrintImage(L"virtual", env("KPS_TEST_PICTURE"), "postcards"), --code) << call;  // -6 .. -10
+    EXPECT_EQ(manager.PrintImage(L"virtual", env("KPS_TEST_PICTURE"), "postcards"), *call ? --code : 0) << call;
     EXPECT_EQ(released, order) << call;
   }
   failing.clear();
+}
+
+// The driver's two private bytes are written only where its private part reaches them. Wine's
+// driver keeps 8 private bytes, so the record's device mode is handed out as a copy in a larger
+// buffer claiming `forcedExtra`, marked beyond the driver's own bytes.
+WORD forcedExtra = 0, realExtra = 0;
+alignas(8) BYTE claimedMode[1024];
+BYTE privateBytes[2] = {};  // what the device mode held there when it was handed back
+TEST_F(Win32Printer, DriverPrivateBytesOnlyWhereTheDeviceModeHasThem) {
+  ReplacedCalls replaced;
+  win32Api().GetPrinterA = [](HANDLE printer, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed) {
+    const BOOL ok = kSystem.GetPrinterA(printer, level, buffer, size, needed);
+    auto* info = reinterpret_cast<PRINTER_INFO_2A*>(buffer);
+    if (ok && buffer && info->pDevMode) {
+      const DEVMODEA* own = info->pDevMode;
+      realExtra = own->dmDriverExtra;
+      std::fill(std::begin(claimedMode), std::end(claimedMode), BYTE{0xAB});
+      std::memcpy(claimedMode, own, own->dmSize + own->dmDriverExtra);
+      info->pDevMode = reinterpret_cast<DEVMODEA*>(claimedMode);
+      info->pDevMode->dmDriverExtra = forcedExtra;
+    }
+    return ok;
+  };
+  win32Api().DocumentPropertiesA = [](HWND window, HANDLE printer, LPSTR name, PDEVMODEA out, PDEVMODEA in, DWORD mode) {
+    if ((mode & DM_IN_BUFFER) && in) {
+      privateBytes[0] = reinterpret_cast<const BYTE*>(in)[in->dmSize + 84];
+      privateBytes[1] = reinterpret_cast<const BYTE*>(in)[in->dmSize + 86];
+      in->dmDriverExtra = realExtra;  // the driver gets back what it gave
+    }
+    return kSystem.DocumentPropertiesA(window, printer, name, out, in, mode);
+  };
+  for (const auto& [extra, bytes] : {std::pair<WORD, std::vector<int>>{512, {1, 0}}, {87, {1, 0}},
+                                     {86, {0xAB, 0xAB}}, {8, {0xAB, 0xAB}}}) {
+    forcedExtra = extra;
+    privateBytes[0] = privateBytes[1] = 0x55;
+    ASSERT_EQ(manager.SetPrintParams(L"kps-virtual", "postcards"), 0) << extra;
+    EXPECT_EQ(std::vector<int>(privateBytes, privateBytes + 2), bytes) << extra;
+  }
 }
 
 // With no device mode in the printer's record, the driver is asked for one's size: 0 ends with
