@@ -39,25 +39,43 @@ PrinterConfig& PrinterConfig::instance() {
   return config;
 }
 
+const std::vector<ConfigSetting>& configSettings() {
+  using V = PrinterConfigValues;
+  // Looked up in this order, each stored as soon as it is read. PictureRetentionDays is opt-in
+  // and read last, so that a config.ini without it behaves as it always has.
+  static const std::vector<ConfigSetting> settings = {
+      {"PrinterName", "name", &V::PrinterName, nullptr, 0, false},
+      {"ScreenId", "id", &V::ScreenId, nullptr, 0, false},
+      {"FourWidth", "width", nullptr, &V::FourWidth, 3.7, false},
+      {"FourHeight", "height", nullptr, &V::FourHeight, 3.8, false},
+      {"ThreeWidth", "width", nullptr, &V::ThreeWidth, 3.7, false},
+      {"ThreeHeight", "height", nullptr, &V::ThreeHeight, 3.8, false},
+      {"Rearfeeder", "value", nullptr, &V::Rearfeeder, 0, false},
+      {"Paperffder1", "value", nullptr, &V::Paperffder1, 0, false},
+      {"FourSize", "value", nullptr, &V::FourSize, 0, false},
+      {"ThreeSize", "value", nullptr, &V::ThreeSize, 0, false},
+      {"environment", "value", nullptr, &V::environment, 0, false},
+      {"PictureRetentionDays", "value", nullptr, &V::PictureRetentionDays, 0, true},
+  };
+  return settings;
+}
+
+void applySetting(const ConfigSetting& setting, const std::string& text, PrinterConfigValues& values) {
+  if (setting.text)
+    values.*setting.text = text;
+  else if (setting.optional && text.empty())
+    values.*setting.number = 0;
+  else if (setting.drawnFactor > 0)
+    values.*setting.number = toPictureSize(text, setting.drawnFactor, setting.section);
+  else
+    values.*setting.number = toInt32(text);
+}
+
 PrinterConfigValues PrinterConfig::load() {
   if (!path_.empty()) {
     ini_.load(path_);
-    // Looked up in this order, each stored as soon as it is read.
-    values_.PrinterName = ini_.get("PrinterName", "name");
-    values_.ScreenId = ini_.get("ScreenId", "id");
-    values_.FourWidth = toPictureSize(ini_.get("FourWidth", "width"), 3.7, "FourWidth");
-    values_.FourHeight = toPictureSize(ini_.get("FourHeight", "height"), 3.8, "FourHeight");
-    values_.ThreeWidth = toPictureSize(ini_.get("ThreeWidth", "width"), 3.7, "ThreeWidth");
-    values_.ThreeHeight = toPictureSize(ini_.get("ThreeHeight", "height"), 3.8, "ThreeHeight");
-    values_.Rearfeeder = toInt32(ini_.get("Rearfeeder", "value"));
-    values_.Paperffder1 = toInt32(ini_.get("Paperffder1", "value"));
-    values_.FourSize = toInt32(ini_.get("FourSize", "value"));
-    values_.ThreeSize = toInt32(ini_.get("ThreeSize", "value"));
-    values_.environment = toInt32(ini_.get("environment", "value"));
-    // Opt-in and read last, so that a config.ini without it behaves as it always has: absent or
-    // empty is 0 (never delete); a value that is there converts like every other number.
-    const std::string retention = ini_.get("PictureRetentionDays", "value");
-    values_.PictureRetentionDays = retention.empty() ? 0 : toInt32(retention);
+    for (const ConfigSetting& setting : configSettings())
+      applySetting(setting, ini_.get(setting.section, setting.key), values_);
   }
   return values_;
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "config/IniFile.h"
 
@@ -24,6 +25,20 @@ struct PrinterConfigValues {
   std::int32_t environment = 0;
   std::int32_t PictureRetentionDays = 0;  // opt-in; 0: pictures are never deleted
 };
+
+// One setting of config.ini: its section and key, and where its value goes.
+struct ConfigSetting {
+  const char* section;
+  const char* key;
+  std::string PrinterConfigValues::*text;    // a text setting, or
+  std::int32_t PrinterConfigValues::*number;  // a number
+  double drawnFactor;                         // a picture size is drawn at this many times it; 0 else
+  bool optional;                              // absent or empty is 0
+};
+// Every setting, in the order the service reads them.
+const std::vector<ConfigSetting>& configSettings();
+// Stores one setting's text into values as the service does; throws what load() throws.
+void applySetting(const ConfigSetting& setting, const std::string& text, PrinterConfigValues& values);
 
 class PrinterConfig {
  public:
