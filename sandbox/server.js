@@ -14,6 +14,7 @@
 //   checking the V4 signature with the official JavaScript signer; OSS error documents for a
 //   bad signature (403), a request signed too far from its clock (403 RequestTimeTooSkewed;
 //   DATA_DIR/oss-clock: {"ahead": SECONDS, "serverTime": BOOL}) or a missing key (404).
+//   DATA_DIR/oss-secret: the secret the store holds instead (a build with the wrong one).
 //   DATA_DIR/oss-faults: one JSON object a line, each answering one request, in order:
 //   {"error": 500} an error document | {"status": N, "body": "..."} that answer as it is |
 //   {"cut": N} N bytes, then the connection drops | {"stall": true} headers, then nothing |
@@ -132,8 +133,10 @@ function objectStore(req, res) {
   for (const [name, value] of Object.entries(req.headers)) headers[name] = value;
   delete headers.authorization;
   let expected = '';
+  let secret = config.accessKeySecret;
+  try { secret = fs.readFileSync(path.join(dataDir, 'oss-secret'), 'utf8').trim() || secret; } catch {}
   try {
-    expected = signUtils.authorizationV4(config.accessKeyId, config.accessKeySecret, 'cn-beijing',
+    expected = signUtils.authorizationV4(config.accessKeyId, secret, 'cn-beijing',
       req.method, { headers, queries: {} }, bucket, key);
   } catch {}
   if (slash < 0 || req.headers.authorization !== expected) {
