@@ -8,21 +8,26 @@
 
 namespace kps {
 
+PrinterSettingsRecord printerSettingsFrom(const PrinterConfigValues& config) {
+  PrinterSettingsRecord settings;
+  settings.fourWidth = config.FourWidth;
+  settings.fourHeight = config.FourHeight;
+  settings.threeWidth = config.ThreeWidth;
+  settings.threeHeight = config.ThreeHeight;
+  settings.rearfeeder = config.Rearfeeder;
+  settings.paperffder1 = config.Paperffder1;
+  settings.unused = config.unused;
+  settings.fourSize = config.FourSize;
+  settings.threeSize = config.ThreeSize;
+  settings.printerName = config.PrinterName;
+  settings.screenId = config.ScreenId;
+  settings.environment = config.environment;
+  settings.pictureRetentionDays = config.PictureRetentionDays;
+  return settings;
+}
+
 void PrinterManager::LoadPrinterSettings() {
-  const PrinterConfigValues config = PrinterConfig::instance().load();
-  PrinterSettings.fourWidth = config.FourWidth;
-  PrinterSettings.fourHeight = config.FourHeight;
-  PrinterSettings.threeWidth = config.ThreeWidth;
-  PrinterSettings.threeHeight = config.ThreeHeight;
-  PrinterSettings.rearfeeder = config.Rearfeeder;
-  PrinterSettings.paperffder1 = config.Paperffder1;
-  PrinterSettings.unused = config.unused;
-  PrinterSettings.fourSize = config.FourSize;
-  PrinterSettings.threeSize = config.ThreeSize;
-  PrinterSettings.printerName = config.PrinterName;
-  PrinterSettings.screenId = config.ScreenId;
-  PrinterSettings.environment = config.environment;
-  PrinterSettings.pictureRetentionDays = config.PictureRetentionDays;
+  PrinterSettings = printerSettingsFrom(PrinterConfig::instance().load());
 
   std::cout << "--PrinterConfig.FourHeight--" << PrinterSettings.fourHeight << std::endl;
   std::cout << "--PrinterConfig.PrinterName--" << PrinterSettings.printerName << std::endl;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "printer/PrintDecisions.h"
+#include "printer/PrinterSettings.h"
 
 namespace kps {
 
@@ -33,6 +34,25 @@ enum PrintResult : std::int32_t {
   kPrintDrawing = -10,
 };
 
+// An installed printer and whether it takes jobs now.
+struct InstalledPrinter {
+  std::wstring name;
+  bool ready = true;
+  std::string state;  // why it is not ready: "works offline", "is paused", "is stopped", ...
+};
+
+// The paper sizes and paper sources a printer's driver offers, named as PaperName and
+// SourceName name the configured numbers. `known` is false when the driver cannot be asked.
+struct DriverOffer {
+  bool known = false;
+  std::vector<std::string> papers;
+  std::vector<std::string> sources;
+};
+
+struct PrinterConfigValues;
+// The printer configuration as the print worker publishes it.
+PrinterSettingsRecord printerSettingsFrom(const PrinterConfigValues& config);
+
 class PrinterManager {
  public:
   // Loads config.ini, publishes PrinterSettings and prints the four configuration lines.
@@ -42,6 +62,14 @@ class PrinterManager {
   std::wstring FindPrinter(const std::wstring& target);
   bool SelectPrinter(const std::wstring& target, std::wstring& fullName);
   void ListInstalledPrinters();
+  // Every installed printer the spooler lists, ready or not. Empty with `failed` set when the
+  // spooler cannot be asked.
+  std::vector<InstalledPrinter> InstalledPrinters(bool& failed);
+  DriverOffer OfferedMedia(const std::wstring& printerName);
+  // A configured paper or bin number as this platform names it (Windows: the number itself;
+  // CUPS: its PWG name); empty when the platform has no name for it.
+  std::optional<std::string> PaperName(std::int32_t paper);
+  std::optional<std::string> SourceName(std::int32_t bin);
 
   std::int32_t SetPrintParams(const std::wstring& printerName, const std::string& type);
   std::int32_t PrintImage(const std::wstring& printerName, const std::wstring& path,

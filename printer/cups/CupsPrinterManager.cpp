@@ -72,6 +72,7 @@ std::string printerUri(const std::string& name) {
 struct Queue {
   std::string name;
   bool usable = true;  // running and accepting jobs: what a printer not working offline is
+  std::string state;   // why not
 };
 
 // Empty with `failed` set when the scheduler cannot be asked; empty alone when it has no queue.
@@ -100,8 +101,14 @@ std::vector<Queue> schedulerQueues(bool& failed) {
     }
     const std::string name = ippGetName(attr) ? ippGetName(attr) : "";
     if (name == "printer-name") queue.name = ippGetString(attr, 0, nullptr);
-    if (name == "printer-state") queue.usable &= ippGetInteger(attr, 0) != IPP_PSTATE_STOPPED;
-    if (name == "printer-is-accepting-jobs") queue.usable &= ippGetBoolean(attr, 0) != 0;
+    if (name == "printer-state" && ippGetInteger(attr, 0) == IPP_PSTATE_STOPPED) {
+      queue.usable = false;
+      queue.state = "is stopped";
+    }
+    if (name == "printer-is-accepting-jobs" && !ippGetBoolean(attr, 0)) {
+      queue.usable = false;
+      if (queue.state.empty()) queue.state = "refuses jobs";
+    }
     if (name == "printer-is-temporary") temporary = ippGetBoolean(attr, 0) != 0;
   }
   flush();
@@ -226,6 +233,13 @@ void PrinterManager::ListInstalledPrinters() {
   std::string text = "Installed printers:\n";
   for (const Queue& queue : queues) text += queue.name + "\n";
   std::cout << text << std::flush;
+}
+
+std::vector<InstalledPrinter> PrinterManager::InstalledPrinters(bool& failed) {
+  std::vector<InstalledPrinter> printers;
+  for (const Queue& queue : schedulerQueues(failed))
+    printers.push_back(InstalledPrinter{utf8ToWide(queue.name), queue.usable, queue.state});
+  return printers;
 }
 
 std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,

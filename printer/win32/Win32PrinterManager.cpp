@@ -92,6 +92,76 @@ std::vector<std::wstring> PrinterManager::EnumeratePrinters() {
   return names;
 }
 
+namespace {
+
+// Every printer's level-2 record, or nothing with `failed` set.
+std::vector<BYTE> printerRecords(DWORD& count, bool& failed) {
+  DWORD needed = 0;
+  count = 0;
+  failed = false;
+  api().EnumPrintersW(kEnumFlags, nullptr, 2, nullptr, 0, &needed, &count);
+  std::vector<BYTE> buffer(needed);
+  if (needed > 0 && !api().EnumPrintersW(kEnumFlags, nullptr, 2, buffer.data(), needed, &needed, &count)) {
+    failed = true;
+    count = 0;
+  }
+  return buffer;
+}
+
+std::vector<std::string> capability(const std::wstring& name, const wchar_t* port, WORD which) {
+  const int count = api().DeviceCapabilitiesW(name.c_str(), port, which, nullptr, nullptr);
+  std::vector<std::string> values;
+  if (count <= 0) return values;
+  std::vector<WORD> numbers(static_cast<std::size_t>(count));
+  const int got = api().DeviceCapabilitiesW(name.c_str(), port, which,
+                                            reinterpret_cast<LPWSTR>(numbers.data()), nullptr);
+  for (int i = 0; i < got && i < count; ++i) values.push_back(std::to_string(numbers[i]));
+  return values;
+}
+
+}  // namespace
+
+std::vector<InstalledPrinter> PrinterManager::InstalledPrinters(bool& failed) {
+  DWORD count = 0;
+  const std::vector<BYTE> buffer = printerRecords(count, failed);
+  std::vector<InstalledPrinter> printers;
+  const auto* records = reinterpret_cast<const PRINTER_INFO_2W*>(buffer.data());
+  for (DWORD i = 0; i < count; ++i) {
+    InstalledPrinter printer{records[i].pPrinterName ? records[i].pPrinterName : L"", true, ""};
+    if (records[i].Attributes & PRINTER_ATTRIBUTE_WORK_OFFLINE) printer.state = "works offline";
+    else if (records[i].Status & PRINTER_STATUS_OFFLINE) printer.state = "is offline";
+    else if (records[i].Status & PRINTER_STATUS_PAUSED) printer.state = "is paused";
+    else if (records[i].Status & PRINTER_STATUS_PENDING_DELETION) printer.state = "is being deleted";
+    printer.ready = printer.state.empty();
+    printers.push_back(printer);
+  }
+  return printers;
+}
+
+DriverOffer PrinterManager::OfferedMedia(const std::wstring& printerName) {
+  DriverOffer offer;
+  DWORD count = 0;
+  bool failed = false;
+  const std::vector<BYTE> buffer = printerRecords(count, failed);
+  const auto* records = reinterpret_cast<const PRINTER_INFO_2W*>(buffer.data());
+  for (DWORD i = 0; i < count; ++i) {
+    if (!records[i].pPrinterName || printerName != records[i].pPrinterName) continue;
+    offer.papers = capability(printerName, records[i].pPortName, DC_PAPERS);
+    offer.sources = capability(printerName, records[i].pPortName, DC_BINS);
+    offer.known = !offer.papers.empty();
+  }
+  return offer;
+}
+
+// The device mode takes the numbers into 16-bit fields; the driver lists them as such.
+std::optional<std::string> PrinterManager::PaperName(std::int32_t paper) {
+  return std::to_string(static_cast<WORD>(static_cast<short>(paper)));
+}
+
+std::optional<std::string> PrinterManager::SourceName(std::int32_t bin) {
+  return std::to_string(static_cast<WORD>(static_cast<short>(bin)));
+}
+
 bool PrinterManager::SelectPrinter(const std::wstring& target, std::wstring& fullName) {
   const std::wstring found = FindPrinter(target);
   if (found.empty()) {

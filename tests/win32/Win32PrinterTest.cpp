@@ -176,6 +176,51 @@ TEST_F(Win32Printer, DriverPrivateBytesOnlyWhereTheDeviceModeHasThem) {
   }
 }
 
+// What the operator's check reads of the printers: each printer's state from its record
+// (scripted: Wine's records say nothing of it), and the paper sizes and sources its driver offers.
+DWORD addedAttributes = 0, addedStatus = 0;
+bool enumerationFails = false;
+TEST_F(Win32Printer, InstalledPrintersWithTheirStateAndWhatTheDriverOffers) {
+  ReplacedCalls replaced;
+  win32Api().EnumPrintersW = [](DWORD flags, LPWSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
+                                LPDWORD returned) {
+    if (enumerationFails && buffer) return SetLastError(ERROR_ACCESS_DENIED), FALSE;
+    const BOOL ok = kSystem.EnumPrintersW(flags, name, level, buffer, size, needed, returned);
+    for (DWORD i = 0; ok && buffer && level == 2 && i < *returned; ++i) {
+      reinterpret_cast<PRINTER_INFO_2W*>(buffer)[i].Attributes |= addedAttributes;
+      reinterpret_cast<PRINTER_INFO_2W*>(buffer)[i].Status |= addedStatus;
+    }
+    return ok;
+  };
+  const std::tuple<DWORD, DWORD, std::string> cases[] = {
+      {0, 0, ""}, {PRINTER_ATTRIBUTE_WORK_OFFLINE, 0, "works offline"},
+      {0, PRINTER_STATUS_OFFLINE, "is offline"}, {0, PRINTER_STATUS_PAUSED, "is paused"}};
+  for (const auto& [attributes, status, state] : cases) {
+    addedAttributes = attributes, addedStatus = status;
+    bool failed = true;
+    const std::vector<InstalledPrinter> printers = manager.InstalledPrinters(failed);
+    EXPECT_FALSE(failed);
+    const auto found = std::find_if(printers.begin(), printers.end(), [](const InstalledPrinter& p) { return p.name == L"kps-virtual"; });
+    ASSERT_NE(found, printers.end()) << state;
+    EXPECT_EQ(std::make_pair(found->ready, found->state), std::make_pair(state.empty(), state));
+  }
+  addedAttributes = addedStatus = 0;
+  enumerationFails = true;
+  bool failed = false;
+  EXPECT_TRUE(manager.InstalledPrinters(failed).empty());
+  EXPECT_TRUE(failed);
+  enumerationFails = false;
+
+  // Wine's driver for the queue offers letter (1) and A4 (9) among others, not A3 (8).
+  const DriverOffer offer = manager.OfferedMedia(L"kps-virtual");
+  ASSERT_TRUE(offer.known);
+  for (const auto& [paper, offered] : {std::pair{"1", true}, {"9", true}, {"8", false}})
+    EXPECT_EQ(std::count(offer.papers.begin(), offer.papers.end(), paper), offered ? 1 : 0) << paper;
+  EXPECT_FALSE(offer.sources.empty());
+  EXPECT_EQ(manager.PaperName(256), "256");
+  EXPECT_FALSE(manager.OfferedMedia(L"kps-missing").known);
+}
+
 // With no device mode in the printer's record, the driver is asked for one's size: 0 ends with
 // 6; a negative size is no allocation that can succeed, 7; its own size works.
 TEST_F(Win32Printer, PrinterRecordWithoutDeviceMode) {
