@@ -30,6 +30,18 @@ std::size_t WriteResponse(void* data, std::size_t size, std::size_t count, void*
 // A failed transfer is reported on standard error and kept in lastTaskListResult.
 int HttpRequest(std::string url, std::string params, const char* method, std::string& response);
 
+// What an operator's check learns of one exchange besides the body.
+struct HttpExchange {
+  long timeoutMs = 0;  // the whole request; 0: the service's own
+  long status = 0;     // the HTTP status, 0 without an answer
+  std::string date;    // the answer's Date header
+  std::string error;   // libcurl's text of a failed transfer
+};
+
+// The same request, quiet, with what the exchange showed.
+int HttpRequestDetailed(std::string url, std::string params, const char* method,
+                        std::string& response, HttpExchange& exchange);
+
 // The same request for the status sync: a failed transfer says nothing and leaves
 // lastTaskListResult alone.
 int HttpRequestQuiet(std::string url, std::string params, const char* method,

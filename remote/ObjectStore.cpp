@@ -267,7 +267,7 @@ bool fetchObjectToFile(const OssSettings& settings, const std::string& key,
       }
       if (error.requestId.empty()) error.requestId = transfer.requestId;
       const std::int64_t storeNow = storeClock(error.serverTime, transfer.date);
-      if (error.code == "RequestTimeTooSkewed" && !clockCorrected && storeNow > 0) {
+      if (error.code == "RequestTimeTooSkewed" && settings.correctClock && !clockCorrected && storeNow > 0) {
         // Kiosk clocks drift: sign with the store's time from now on, and try again at once.
         ossClockOffsetSeconds() = storeNow - static_cast<std::int64_t>(std::time(nullptr));
         clockCorrected = true;

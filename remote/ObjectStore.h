@@ -27,6 +27,7 @@ struct OssSettings {
   long connectTimeoutMs = 5000;
   long stallSeconds = 10;
   std::vector<long> retryDelaysMs = {300, 600, 1200};
+  bool correctClock = true;  // sign with the store's clock after a RequestTimeTooSkewed answer
   // How a back-off waits; tests record the pauses instead of taking them.
   std::function<void(std::chrono::milliseconds)> pause = [](std::chrono::milliseconds ms) {
     std::this_thread::sleep_for(ms);

@@ -51,7 +51,7 @@ std::string createFolderFor(const std::string& path, std::error_code& machine) {
 }  // namespace
 
 void RemoteOrderIdManger::GetTaskList(std::string screenNumber, std::string url) {
-  const std::string parameters = "screenNumber=" + screenNumber;
+  const std::string parameters = taskListQuery(screenNumber);
   std::string body;
   if (HttpRequest(url, parameters, "GET", body) != 0) return;
   logLine(KPS_TAG_REMOTE, __LINE__, "response :", body);

@@ -5,6 +5,8 @@
 
 namespace kps {
 
+std::string taskListQuery(const std::string& screenNumber) { return "screenNumber=" + screenNumber; }
+
 namespace {
 
 const rapidjson::Value* stringMember(const rapidjson::Value& object, const char* name) {

@@ -12,6 +12,9 @@ namespace kps {
 // The most copies one task may ask for.
 inline constexpr std::int32_t kMostCopies = 999;
 
+// The task list's query for a screen.
+std::string taskListQuery(const std::string& screenNumber);
+
 struct TaskListEntry {
   bool wellFormed = false;  // false: skip it, with a line naming `taskId`
   std::string taskId;       // "?" when the element's taskId is not a string

@@ -77,8 +77,8 @@ class Database {
 
   // The print run: prints every pending order, copy by copy, and records the outcome.
   void printPendingOrders();
-  std::int32_t printImage(const std::string& printerName, const std::string& path,
-                          const std::string& type);
+  static std::int32_t printImage(const std::string& printerName, const std::string& path,
+                                   const std::string& type);
   static std::string printResultName(std::int32_t code);
 
   // Picture retention (opt-in, days > 0): one batch of at most `batch` orders, in the order of
