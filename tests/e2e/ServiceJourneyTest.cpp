@@ -1,95 +1,11 @@
 // Whole journeys of the real binary against the sandbox (backend, object store, CUPS), on Linux
 // and, as the Windows exe, under Wine.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <functional>
-#include <random>
-#include <regex>
-#include <set>
-#include <sstream>
-#include <thread>
-
-#include "tests/support/ChildProcess.h"
-#include "tests/support/SampleConfig.h"
-#include "tests/support/Shell.h"
-#include "tests/support/SqliteFile.h"
-#include "tests/support/TaskBodies.h"
+#include "tests/e2e/Journey.h"
 
 namespace kps {
 namespace {
-
-using namespace std::chrono_literals;
-namespace fs = std::filesystem;
-
-std::string report(const std::string& id, int status, int completed, const std::string& reason = "") {
-  return "{\"taskId\":\"" + id + "\",\"status\":" + std::to_string(status) + ",\"completedNumber\":" +
-         std::to_string(completed) + (reason.empty() ? "" : ",\"failReason\":\"" + reason + "\"") + "}";
-}
-
-bool waitUntil(const std::function<bool()>& done, std::chrono::seconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(100ms);  // the service works on its own time
-  }
-  return true;
-}
-
-class ServiceJourney : public ::testing::Test {
- protected:
-  void SetUp() override {
-    // The scheduler's filters run as lp: they must be able to reach the sandbox's folders.
-    fs::permissions(root.path(), fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
-    ASSERT_EQ(sh(KPS_SOURCE_DIR "/sandbox/start " + data), 0);
-    writeConfig("kps-virtual", "256", "258");
-  }
-  void TearDown() override {
-    service.reset();
-    if (!mounted.empty()) sh("umount " + mounted);
-    sh(KPS_SOURCE_DIR "/sandbox/stop " + data);
-  }
-  void writeConfig(const std::string& printer, const char* fourSize, const char* threeSize) {
-    root.write(work + "/config.ini", sampleConfig({{"PrinterName", printer}, {"ScreenId", "E2E"},
-                                                   {"FourSize", fourSize}, {"ThreeSize", threeSize}, {"Rearfeeder", "7"}}));
-  }
-  void setTasks(const std::vector<std::string>& tasks) {
-    root.write("sandbox/tasks.tmp", "{\"E2E\":" + taskList(tasks) + "}");
-    fs::rename(root.file("sandbox/tasks.tmp"), root.file("sandbox/tasks.json"));
-  }
-  void putPicture(const std::string& key) {
-    fs::create_directories(fs::path(root.file("sandbox/objects/" + key)).parent_path());
-    ASSERT_TRUE(writeTestJpeg(root.file("sandbox/objects/" + key), 400, 600));
-  }
-  virtual void startService() {
-    service = std::make_unique<ChildProcess>(std::vector<std::string>{KPS_BINARY}, root.file(work),
-                                             std::map<std::string, std::string>{{"CUPS_SERVER", "localhost:18631"},
-                                                                                {"HOME", root.path()}});
-  }
-  std::string syncLog() { return root.read("sandbox/sync.log"); }
-  // The last object the backend received for a task, or "".
-  std::string lastReport(const std::string& id) {
-    const std::string log = syncLog();
-    const std::regex object("\\{\"taskId\":\"" + id + "\"[^}]*\\}");
-    std::string last;
-    for (std::sregex_iterator it(log.begin(), log.end(), object), end; it != end; ++it) last = it->str();
-    return last;
-  }
-  // The documents the virtual printer kept, in job order.
-  std::vector<std::string> keptPages() {
-    const std::string kept = root.file("sandbox/cups/eve");
-    std::istringstream names(output("ls -v " + kept + "/*.pdf " + kept + "/*.ps 2>/dev/null"));
-    std::vector<std::string> pages;
-    for (std::string name; std::getline(names, name);) pages.push_back(name);
-    return pages;
-  }
-
-  TempDir root;
-  const std::string data = root.file("sandbox"), work = "work";
-  std::string mounted;  // a file system the test mounted, unmounted when it ends
-  std::unique_ptr<ChildProcess> service;
-};
 
 TEST_F(ServiceJourney, EveryProductTypePrintedAndReportedOnce) {
   for (const char* key : {"p/post.jpg", "p/frame.jpg", "p/card.jpg", "p/magnet.jpg"}) putPicture(key);
@@ -219,62 +135,6 @@ TEST_F(ServiceJourney, SlowQueueNeverFinishingTimesOutAfterAMinute) {
   startService();
   ASSERT_TRUE(waitUntil([&] { return lastReport("T-slow") == report("T-slow", 4, 0, "IPP_TIME_OUT"); }, 120s)) << syncLog();
 }
-
-// The Windows exe under headless Wine, in one prefix for the whole test program, made at first
-// use; its wineserver is stopped when the program ends, whatever the outcome. While the exe
-// runs, only what crosses its boundaries is watched (reports at the backend, pages at the
-// printer): this machine's SQLite cannot see the locks a Windows process holds under Wine, so
-// PrintData.db is read only once the whole wineserver is down.
-class WineJourney : public ServiceJourney {
- protected:
-  void SetUp() override {
-    if (std::string(KPS_WINDOWS_EXE).empty())
-      GTEST_SKIP() << "no Windows build: scripts/build-windows, then configure with -DKPS_WINDOWS_EXE=...";
-    ServiceJourney::SetUp();
-    writeConfig("kps-virtual", "1", "9");  // Windows paper numbers Wine's driver knows: letter, A4
-    static const TempDir prefix;  // for the whole program
-    wine = {{"WINEPREFIX", prefix.file("prefix")}, {"WINEDEBUG", "-all"}, {"DISPLAY", ""},
-            {"WINEDLLOVERRIDES", "mscoree,mshtml=;winemenubuilder.exe=d"}, {"CUPS_SERVER", "localhost:18631"},
-            {"HOME", root.path()}};
-    static const bool made = sh(env() + "timeout 180 wine wineboot --init && " + env() + "timeout 60 wineserver -w") == 0;
-    ASSERT_TRUE(made);
-  }
-  void TearDown() override {
-    if (service) stopService();
-    ServiceJourney::TearDown();
-  }
-  std::string env() const {
-    std::string text = "env -u DISPLAY";
-    for (const auto& [name, value] : wine) if (!value.empty()) text += " '" + name + "=" + value + "'";
-    return text + " ";
-  }
-  void startService() override {
-    service = std::make_unique<ChildProcess>(std::vector<std::string>{"/usr/bin/wine", KPS_WINDOWS_EXE},
-                                             root.file(work), wine);
-  }
-  // Ends every Windows process of the prefix at once, as pulling the plug would.
-  void stopService() {
-    output_ += service->out();
-    errors_ += service->err();
-    sh(env() + "timeout 30 wineserver -k");
-    service.reset();
-  }
-  bool allFinal(const std::vector<std::string>& ids) {
-    for (const auto& id : ids)
-      if (!std::regex_search(lastReport(id), std::regex("\"status\":[24]"))) return false;
-    return true;
-  }
-  // Wine's GetJobA fails once EndDoc has handed the job to CUPS: with error 6 (the wait takes
-  // the job as gone, so the copy as printed) or 0 (any other error: the copy failed, -1). The
-  // service's own line says which; the order must end as the code defines for it.
-  std::string printedRow() {
-    const bool gone = output_.find("GetJob failed: job might have been deleted or finished. Error code:6") != std::string::npos;
-    EXPECT_NE(gone, errors_.find("GetJob failed. Error code: ") != std::string::npos) << output_ << errors_;
-    return gone ? "2|1|-" : "4|-|IPP_JOB_HELD_NOT_PRINTER";
-  }
-  std::map<std::string, std::string> wine;
-  std::string output_, errors_;
-};
 
 TEST_F(WineJourney, EveryProductTypeANonAsciiKeyAndAMissingPicture) {
   for (const char* key : {"p/post.jpg", "p/frame.jpg", "p/card.jpg", "照片/猫咪 1.jpg"}) putPicture(key);
