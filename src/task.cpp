@@ -1,8 +1,11 @@
 // The service process: its process-wide objects, the entry point and the three worker loops.
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <fstream>
+#include <iterator>
 // Before the stores below: their set-up may report on std::cerr during static initialisation,
 // and <iostream> is what makes the standard streams usable that early in this file.
 #include <iostream>
@@ -16,11 +19,38 @@
 #include "src/Database.h"
 #include "src/Endpoints.h"
 #include "src/Log.h"
+#include "src/OperatorCommand.h"
 #include "src/Runtime.h"
 
 #ifdef _WIN32
 #include <windows.h>
 #endif
+
+namespace {
+
+// An operator's command (any argument) must neither create nor open the store: the stores
+// below are then made in memory. Asked of the system, as main's arguments are not there yet.
+bool startedWithArguments() {
+#ifdef _WIN32
+  const wchar_t* rest = GetCommandLineW();
+  if (*rest == L'"') {
+    for (++rest; *rest && *rest != L'"';) ++rest;
+    if (*rest) ++rest;
+  } else {
+    while (*rest && *rest != L' ' && *rest != L'\t') ++rest;
+  }
+  while (*rest == L' ' || *rest == L'\t') ++rest;
+  return *rest != L'\0';
+#else
+  std::ifstream file("/proc/self/cmdline", std::ios::binary);
+  const std::string line((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  return std::count(line.begin(), line.end(), '\0') > 1;
+#endif
+}
+
+const char* const storePath = startedWithArguments() ? ":memory:" : "PrintData.db";
+
+}  // namespace
 
 using namespace std::chrono_literals;
 
@@ -30,10 +60,10 @@ using namespace std::chrono_literals;
 kps::PrinterSettingsRecord kps::PrinterSettings;
 std::mutex kps::logMutex;
 std::mutex kps::databaseMutex;
-static kps::RemoteOrderIdManger intakeDatabase("PrintData.db");
+static kps::RemoteOrderIdManger intakeDatabase(storePath);
 std::mutex kps::newOrderMutex;
 std::condition_variable kps::newOrderCondition;
-static std::shared_ptr<kps::Database> sharedDatabase = std::make_shared<kps::Database>("PrintData.db");
+static std::shared_ptr<kps::Database> sharedDatabase = std::make_shared<kps::Database>(storePath);
 bool kps::newOrderFlag = false;
 
 namespace {
@@ -75,12 +105,13 @@ void kps::Database::fetchTaskList(std::string screenNumber, std::string url) {
   intakeDatabase.GetTaskList(screenNumber, url);
 }
 
-int main() {
+int main(int argc, char** argv) {
 #ifdef _WIN32
   // Log lines are UTF-8: a console is told so; redirected output takes the bytes as they are.
   DWORD consoleMode = 0;
   if (GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &consoleMode)) SetConsoleOutputCP(CP_UTF8);
 #endif
+  if (argc > 1) return kps::runOperatorCommand(argc, argv);
   // libcurl's global set-up is not thread-safe: done once, before any worker starts.
   curl_global_init(CURL_GLOBAL_DEFAULT);
   // The pauses are the only hand-over of the configuration: the print worker publishes

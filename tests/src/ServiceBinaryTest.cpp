@@ -64,5 +64,30 @@ TEST(ServiceBinary, StartFailuresEndTheProcessWithTheirMessages) {
   }
 }
 
+// The command line: without arguments the service; the operator's words; anything else the usage
+// on standard error and 2. None of them opens or creates the store.
+TEST(ServiceBinary, CommandLineWordsAndTheUsage) {
+  const std::string usage = "usage: kiosk-print-service                    run the service";
+  const std::tuple<std::vector<std::string>, int, std::string, std::string> cases[] = {
+      {{"--version"}, 0, "kiosk-print-service " + std::string(deployment::kVersion) + "\n", ""},
+      {{"--help"}, 0, usage, ""},
+      {{"--bogus"}, 2, "", usage},
+      {{"--check", "extra"}, 2, "", usage},
+      {{"--test-page"}, 2, "", usage},
+      {{"-"}, 2, "", usage},
+  };
+  for (const auto& [args, code, out, err] : cases) {
+    TempDir dir;
+    std::vector<std::string> argv{KPS_BINARY};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ChildProcess command(argv, dir.path());
+    const int status = command.waitForExit(10s);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == code) << args[0] << " " << status;
+    EXPECT_EQ(command.out().rfind(out, 0), 0u) << args[0] << command.out();
+    EXPECT_EQ(command.err().rfind(err, 0), 0u) << args[0] << command.err();
+    EXPECT_FALSE(std::filesystem::exists(dir.file("PrintData.db"))) << args[0];
+  }
+}
+
 }  // namespace
 }  // namespace kps

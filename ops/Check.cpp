@@ -1,0 +1,81 @@
+// `--check`: what a wrong setting would otherwise show hours later as failed orders, found in
+// one run on site. It reads and asks, and writes nothing anywhere.
+#include <curl/curl.h>
+
+#include <exception>
+#include <string>
+
+#include "Deployment.h"
+#include "config/IniFile.h"
+#include "ops/Commands.h"
+#include "src/Endpoints.h"
+#include "src/FilePath.h"
+
+namespace kps::ops {
+
+namespace {
+
+std::string shown(const ConfigSetting& setting, const PrinterConfigValues& values) {
+  const std::string section = setting.section;
+  if (setting.text) return "\"" + values.*setting.text + "\"";
+  const std::int32_t value = values.*setting.number;
+  std::string text = std::to_string(value);
+  if (section == "PictureRetentionDays")
+    return value > 0 ? text + " (a final, reported order's picture is deleted after that many days)"
+                     : text + " (pictures are never deleted)";
+  if (section == "Paperffder1") return text + " (read, not used)";
+  if (section == "environment") return text + (value == 0 ? " (the test backend)" : " (production)");
+  return text;
+}
+
+}  // namespace
+
+std::optional<PrinterConfigValues> checkConfiguration(CheckReport& report) {
+  IniFile ini;
+  if (!ini.load("./config.ini")) {
+    report.fail("config.ini", "cannot be read in " + workingDirectory());
+    return std::nullopt;
+  }
+  PrinterConfigValues values;
+  bool complete = true;
+  for (const ConfigSetting& setting : configSettings()) {
+    const std::string what = std::string("config.ini [") + setting.section + "] " + setting.key;
+    const std::string text = ini.get(setting.section, setting.key);
+    if (text.empty() && !setting.optional) {
+      report.fail(what, setting.text ? "missing or empty"
+                                     : "missing; the service would end with \"invalid stoi argument\"");
+      complete = false;
+      continue;
+    }
+    try {
+      applySetting(setting, text, values);
+      report.ok(what, shown(setting, values));
+    } catch (const std::exception& error) {
+      report.fail(what, "\"" + text + "\"; the service would end with \"" + error.what() + "\"");
+      complete = false;
+    }
+  }
+  if (!complete) return std::nullopt;
+  return values;
+}
+
+int runCheck(std::ostream& out) {
+  curl_global_init(CURL_GLOBAL_DEFAULT);
+  CheckReport report(out);
+  report.ok("version", std::string("kiosk-print-service ") + deployment::kVersion);
+  report.ok("build", "backend " + backendBase(0) + " (environment 0), " + backendBase(1) +
+                         " (any other); object store " + deployment::kOssEndpoint + ", bucket " +
+                         deployment::kOssBucket + "; TLS trust: " + deployment::kTrust);
+  const auto config = checkConfiguration(report);
+  if (config) {
+    checkPrinter(report, *config);
+    checkBackend(report, *config);
+  } else {
+    report.warn("printer and backend", "not checked until config.ini is right");
+  }
+  checkObjectStore(report);
+  checkWorkingDirectory(report);
+  return report.failed() ? 1 : 0;
+}
+
+}  // namespace kps::ops

@@ -1,0 +1,77 @@
+#include "src/StoreReader.h"
+
+#include <filesystem>
+
+#include "src/FilePath.h"
+#include "src/SqliteStatement.h"
+
+namespace kps {
+
+namespace {
+
+std::string uriPath(const std::string& path) {
+  std::string text;
+  for (const char c : path) {
+    if (c == '%' || c == '?' || c == '#') {
+      static const char* const hex = "0123456789ABCDEF";
+      text += '%';
+      text += hex[(c >> 4) & 0xF];
+      text += hex[c & 0xF];
+    } else {
+      text += c == '\\' ? '/' : c;
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+StoreReader::StoreReader(const std::string& path) {
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(toPath(path), ignored)) {
+    error_ = "no store at " + path;
+    return;
+  }
+  // A store closed cleanly has no write-ahead log: reading it as it stands creates none (a
+  // read-only connection would otherwise leave an empty log and index file behind). With a log
+  // (the service runs, or was killed), the log's files are there already and are read too.
+  const bool logged = std::filesystem::exists(toPath(path + "-wal"), ignored);
+  const std::string uri = "file:" + uriPath(path) + (logged ? "?mode=ro" : "?mode=ro&immutable=1");
+  if (sqlite3_open_v2(uri.c_str(), &db_, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr) != SQLITE_OK) {
+    error_ = db_ ? sqlite3_errmsg(db_) : "out of memory";
+    sqlite3_close(db_);
+    db_ = nullptr;
+    return;
+  }
+  sqlite3_busy_timeout(db_, 2000);
+}
+
+StoreReader::~StoreReader() { sqlite3_close(db_); }
+
+std::string StoreReader::quickCheck() {
+  SqliteStatement check(db_, "PRAGMA quick_check;");
+  if (!check.ok()) return db_ ? sqlite3_errmsg(db_) : error_;
+  if (check.step() != SQLITE_ROW) return sqlite3_errmsg(db_);
+  return check.text(0) ? check.text(0) : "";
+}
+
+std::map<std::int32_t, std::int64_t> StoreReader::ordersByStatus() {
+  std::map<std::int32_t, std::int64_t> counts;
+  SqliteStatement query(db_, "SELECT status, count(*) FROM local GROUP BY status;");
+  if (!query.ok()) {
+    error_ = db_ ? sqlite3_errmsg(db_) : error_;
+    return counts;
+  }
+  while (query.step() == SQLITE_ROW)
+    counts[query.integer(0)] = sqlite3_column_int64(query.get(), 1);
+  return counts;
+}
+
+std::vector<std::string> StoreReader::pendingPictures() {
+  std::vector<std::string> paths;
+  SqliteStatement query(db_, "SELECT path FROM local WHERE status = 0 AND path IS NOT NULL;");
+  while (query.ok() && query.step() == SQLITE_ROW) paths.emplace_back(query.text(0));
+  return paths;
+}
+
+}  // namespace kps

@@ -1,0 +1,36 @@
+// A look at the store from outside the service: its own read-only connection, never creating
+// the file, never writing, never holding a lock the service would wait for.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kps {
+
+class StoreReader {
+ public:
+  explicit StoreReader(const std::string& path);
+  ~StoreReader();
+  StoreReader(const StoreReader&) = delete;
+  StoreReader& operator=(const StoreReader&) = delete;
+
+  bool opened() const { return db_ != nullptr; }
+  const std::string& error() const { return error_; }
+
+  // "ok", or what SQLite's quick check found first.
+  std::string quickCheck();
+  // Orders of table local by status; empty with error() set when they cannot be read.
+  std::map<std::int32_t, std::int64_t> ordersByStatus();
+  // The picture paths of the pending orders.
+  std::vector<std::string> pendingPictures();
+
+ private:
+  sqlite3* db_ = nullptr;
+  std::string error_;
+};
+
+}  // namespace kps

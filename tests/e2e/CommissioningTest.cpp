@@ -1,0 +1,163 @@
+// The operator's commands of the real binary against the sandbox: `--check` on a kiosk that is
+// right and on each fault it must name, and `--test-page` measured at the printer; on Linux
+// and, as the Windows exe, under Wine.
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "tests/e2e/Journey.h"
+
+namespace kps {
+namespace {
+
+const std::string kCups = "CUPS_SERVER=localhost:18631 ";
+
+// Every line of a check's report starts with its verdict.
+bool everyLineHasAVerdict(const std::string& report) {
+  std::istringstream lines(report);
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count)
+    if (!std::regex_match(line, std::regex("(OK  |WARN|FAIL) [^ ].*?: .+"))) return false;
+  return count > 0;
+}
+
+using Commissioning = ServiceJourney;
+
+TEST_F(Commissioning, CheckOnARightKioskPassesAndChangesNothing) {
+  const std::string queueBefore = output(kCups + "HOME=" + root.path() + " lpoptions -p kps-virtual");
+  const std::string defaultBefore = output(kCups + "HOME=" + root.path() + " lpstat -d");
+  ASSERT_EQ(runCommand({"--check"}), 0) << commandOut;
+  EXPECT_TRUE(everyLineHasAVerdict(commandOut)) << commandOut;
+  for (const std::string line : {"OK   config.ini [FourSize] value: 256\n", "OK   printer \"kps-virtual\": selects kps-virtual (ready)\n",
+                                 "OK   backend https://localhost:18444/print/task/list: code \"100\" for screen E2E, 0 task(s)",
+                                 "OK   kiosk clock: ", "OK   object store https://127.0.0.1:18900 bucket qzlp: this build's keys",
+                                 "OK   store PrintData.db: absent (created at first start)\n", "TLS trust: the sandbox CA"})
+    EXPECT_NE(commandOut.find(line), std::string::npos) << line << "\n" << commandOut;
+  EXPECT_FALSE(fs::exists(root.file(work + "/PrintData.db")));
+  EXPECT_EQ(std::distance(fs::directory_iterator(root.file(work)), fs::directory_iterator()), 1);  // config.ini
+  EXPECT_EQ(output(kCups + "HOME=" + root.path() + " lpoptions -p kps-virtual"), queueBefore);
+  EXPECT_EQ(output(kCups + "HOME=" + root.path() + " lpstat -d"), defaultBefore);
+
+  // A store the service left: read as it is, with nothing beside it afterwards.
+  {
+    SqliteFile store(root.file(work + "/PrintData.db"));
+    ASSERT_TRUE(store.exec("CREATE TABLE local (uuid TEXT, path TEXT, status INTEGER);"
+                           "INSERT INTO local VALUES ('a', 'p/a.jpg', 0), ('b', 'p/b.jpg', 0), ('c', 'p/c.jpg', 2), ('d', 'p/d.jpg', 4);"));
+  }
+  root.write(work + "/p/a.jpg", "jpeg");
+  fs::last_write_time(root.file(work + "/p/a.jpg"), fs::file_time_type::clock::now() - 3h);
+  ASSERT_EQ(runCommand({"--check"}), 0) << commandOut;
+  EXPECT_NE(commandOut.find("OK   store PrintData.db: quick check ok; orders: 2 pending, 1 printed, 1 failed; "
+                            "oldest pending order 3 h\n"), std::string::npos) << commandOut;
+  EXPECT_FALSE(fs::exists(root.file(work + "/PrintData.db-wal")));
+  EXPECT_FALSE(fs::exists(root.file(work + "/PrintData.db-shm")));
+}
+
+// Each fault named by its own line, and the exit code a script acts on.
+TEST_F(Commissioning, EachCheckNamesItsFault) {
+  struct Case {
+    const char* name;
+    std::function<void()> arrange, undo;
+    std::string line;
+    int code;
+  };
+  const std::string data = root.file("sandbox");
+  const Case cases[] = {
+      {"a printer name that matches nothing", [&] { writeConfig("no-such-printer", "256", "258"); },
+       [&] { writeConfig("kps-virtual", "256", "258"); },
+       "FAIL printer \"no-such-printer\": matches no installed printer; installed: kps-", 1},
+      {"a stopped queue", [&] { sh(kCups + "cupsdisable kps-virtual"); }, [&] { sh(kCups + "cupsenable kps-virtual"); },
+       "FAIL printer \"kps-virtual\": selects kps-virtual, which is stopped\n", 1},
+      {"a paper size the driver lacks", [&] { writeConfig("kps-virtual", "8", "258"); },
+       [&] { writeConfig("kps-virtual", "256", "258"); },
+       "WARN paper for postcards: paper size 8 (iso_a3_297x420mm) is not offered by the driver; it offers ", 0},
+      {"a missing setting", [&] { root.write(work + "/config.ini", sampleConfig({{"FourWidth", ""}})); },
+       [&] { writeConfig("kps-virtual", "256", "258"); },
+       "FAIL config.ini [FourWidth] width: missing; the service would end with \"invalid stoi argument\"\n", 1},
+      {"a wrong object-store secret", [&] { root.write("sandbox/oss-secret", "another-secret"); },
+       [&] { fs::remove(root.file("sandbox/oss-secret")); },
+       "FAIL object store https://127.0.0.1:18900 bucket qzlp: SignatureDoesNotMatch: ", 1},
+      {"a kiosk clock the store refuses", [&] { root.write("sandbox/oss-clock", "{\"ahead\": 3600}"); },
+       [&] { fs::remove(root.file("sandbox/oss-clock")); },
+       "FAIL object store https://127.0.0.1:18900 bucket qzlp: RequestTimeTooSkewed: ", 1},
+      {"a store that is not one", [&] { root.write(work + "/PrintData.db", std::string(4096, 'x')); },
+       [&] { fs::remove(root.file(work + "/PrintData.db")); }, "FAIL store PrintData.db: ", 1},
+      {"a backend that is down", [&] { root.write("sandbox/backend-mode", "down"); },
+       [&] { fs::remove(root.file("sandbox/backend-mode")); },
+       "FAIL backend https://localhost:18444/print/task/list: no answer: ", 1},
+  };
+  for (const auto& c : cases) {
+    c.arrange();
+    EXPECT_EQ(runCommand({"--check"}), c.code) << c.name << "\n" << commandOut;
+    EXPECT_NE(commandOut.find(c.line), std::string::npos) << c.name << "\n" << commandOut;
+    EXPECT_TRUE(everyLineHasAVerdict(commandOut)) << c.name << "\n" << commandOut;
+    c.undo();
+  }
+}
+
+// The calibration page of each size: the picture at its configured size at the page's top left
+// (width x 3.7 by height x 3.8 hundredths of an inch), its arrow in the corner, nothing stored.
+TEST_F(Commissioning, TestPageHasTheConfiguredSizeAtTheTopLeft) {
+  const std::tuple<const char*, int, int> cases[] = {{"postcards", 370, 570}, {"fridgemagnets", 296, 304}};
+  std::size_t printed = 0;
+  for (const auto& [type, width, height] : cases) {
+    ASSERT_EQ(runCommand({"--test-page", type}), 0) << type << commandOut;
+    EXPECT_NE(commandOut.find(std::string("test page ") + type), std::string::npos) << commandOut;
+    EXPECT_NE(commandOut.find(": result 0 (printed)\n"), std::string::npos) << commandOut;
+    std::vector<std::string> pages;
+    ASSERT_TRUE(waitUntil([&] { return (pages = keptPages()).size() == printed + 1; }, 30s)) << type;
+    ++printed;
+    int w = 0, h = 0, x = -1, y = -1;
+    std::sscanf(renderPage(pages.back(), root.file("page.png")).c_str(), "%dx%d+%d+%d", &w, &h, &x, &y);
+    EXPECT_NEAR(w, width, 3) << type;
+    EXPECT_NEAR(h, height, 3) << type;
+    EXPECT_EQ(std::make_pair(x, y), std::make_pair(0, 0)) << type;
+    int r = 0, g = 0, b = 0;
+    std::sscanf(pixel(root.file("page.png"), 14, 14).c_str(), "%d,%d,%d", &r, &g, &b);
+    EXPECT_TRUE(r > 150 && g < 90 && b < 90) << type << " " << r << "," << g << "," << b;
+  }
+  EXPECT_EQ(runCommand({"--test-page", "posters"}), 2);
+  EXPECT_NE(commandOut.find("unknown product type: posters"), std::string::npos) << commandOut;
+  EXPECT_FALSE(fs::exists(root.file(work + "/PrintData.db")));
+}
+
+using WineCommissioning = WineJourney;
+
+TEST_F(WineCommissioning, CheckAgainstTheSandboxAndAWinePrinter) {
+  ASSERT_EQ(runCommand({"--check"}), 0) << commandOut;
+  EXPECT_TRUE(everyLineHasAVerdict(commandOut)) << commandOut;
+  for (const std::string line : {"OK   printer \"kps-virtual\": selects kps-virtual (ready)\n",
+                                 "OK   paper for postcards: paper size 1 offered\n", "OK   paper for fridgemagnets: paper size 9 offered\n",
+                                 "OK   backend https://localhost:18444/print/task/list: code \"100\"",
+                                 "OK   object store https://127.0.0.1:18900 bucket qzlp: this build's keys",
+                                 "OK   store PrintData.db: absent (created at first start)\n"})
+    EXPECT_NE(commandOut.find(line), std::string::npos) << line << "\n" << commandOut;
+  writeConfig("kps-virtual", "8", "9");
+  EXPECT_EQ(runCommand({"--check"}), 0) << commandOut;
+  EXPECT_NE(commandOut.find("WARN paper for postcards: paper size 8 is not offered by the driver; it offers "),
+            std::string::npos) << commandOut;
+  writeConfig("no-such-printer", "1", "9");
+  EXPECT_EQ(runCommand({"--check"}), 1) << commandOut;
+  EXPECT_NE(commandOut.find("FAIL printer \"no-such-printer\": matches no installed printer; installed: "),
+            std::string::npos) << commandOut;
+  EXPECT_FALSE(fs::exists(root.file(work + "/PrintData.db")));
+}
+
+// The page measured at the printer. Wine's GetJobA may fail once the job is handed to CUPS;
+// the code the command prints is then the one the wait defines for it.
+TEST_F(WineCommissioning, TestPageHasTheConfiguredSizeAtTheTopLeft) {
+  const int code = runCommand({"--test-page", "frames"});
+  std::vector<std::string> pages;
+  ASSERT_TRUE(waitUntil([&] { return (pages = keptPages()).size() == 1; }, 60s)) << commandOut;
+  EXPECT_TRUE((code == 0 && commandOut.find(": result 0 (printed)\n") != std::string::npos) ||
+              (code == 1 && commandOut.find(": result -1 (IPP_JOB_HELD_NOT_PRINTER)\n") != std::string::npos))
+      << code << commandOut;
+  int w = 0, h = 0;
+  std::sscanf(renderPage(pages.back(), root.file("page.png")).c_str(), "%dx%d", &w, &h);
+  EXPECT_NEAR(w, 370, 3);
+  EXPECT_NEAR(h, 570, 3);
+  EXPECT_FALSE(fs::exists(root.file(work + "/PrintData.db")));
+}
+
+}  // namespace
+}  // namespace kps
