@@ -21,7 +21,60 @@ bool everyLineHasAVerdict(const std::string& report) {
   return count > 0;
 }
 
-using Commissioning = ServiceJourney;
+// The commands' checks on either platform: the same faults, named the same way.
+template <class Journey>
+class Commands : public Journey {
+ protected:
+  using Journey::commandOut;
+  using Journey::root;
+  using Journey::runCommand;
+  using Journey::work;
+  using Journey::writeConfig;
+
+  // Each fault named by its own line, and the exit code a script acts on. `paperLine` is what
+  // the platform says of paper size 8 (A3), which neither driver offers. A stopped queue is
+  // CUPS's alone: Wine's spooler never shows one (the printing layer's tests script it).
+  void expectEachFaultNamed(const std::string& paperLine, bool queuesStop) {
+    struct Case {
+      const char* name;
+      std::function<void()> arrange, undo;
+      std::string line;
+      int code;
+    };
+    const std::string kept = root.read(work + "/config.ini");
+    const auto restore = [&] { root.write(work + "/config.ini", kept); };
+    const Case cases[] = {
+        {"a printer name that matches nothing", [&] { writeConfig("no-such-printer", "256", "258"); }, restore,
+         "FAIL printer \"no-such-printer\": matches no installed printer; installed: kps-", 1},
+        {"a stopped queue", [&] { sh(kCups + "cupsdisable kps-virtual"); }, [&] { sh(kCups + "cupsenable kps-virtual"); },
+         "FAIL printer \"kps-virtual\": selects kps-virtual, which is stopped\n", 1},
+        {"a paper size the driver lacks", [&] { writeConfig("kps-virtual", "8", "258"); }, restore, paperLine, 0},
+        {"a missing setting", [&] { root.write(work + "/config.ini", sampleConfig({{"FourWidth", ""}})); }, restore,
+         "FAIL config.ini [FourWidth] width: missing; the service would end with \"invalid stoi argument\"\n", 1},
+        {"a wrong object-store secret", [&] { root.write("sandbox/oss-secret", "another-secret"); },
+         [&] { fs::remove(root.file("sandbox/oss-secret")); },
+         "FAIL object store https://127.0.0.1:18900 bucket qzlp: SignatureDoesNotMatch: ", 1},
+        {"a kiosk clock the store refuses", [&] { root.write("sandbox/oss-clock", "{\"ahead\": 3600}"); },
+         [&] { fs::remove(root.file("sandbox/oss-clock")); },
+         "FAIL object store https://127.0.0.1:18900 bucket qzlp: RequestTimeTooSkewed: ", 1},
+        {"a store that is not one", [&] { root.write(work + "/PrintData.db", std::string(4096, 'x')); },
+         [&] { fs::remove(root.file(work + "/PrintData.db")); }, "FAIL store PrintData.db: ", 1},
+        {"a backend that is down", [&] { root.write("sandbox/backend-mode", "down"); },
+         [&] { fs::remove(root.file("sandbox/backend-mode")); },
+         "FAIL backend https://localhost:18444/print/task/list: no answer: ", 1},
+    };
+    for (const auto& c : cases) {
+      if (!queuesStop && std::string(c.name) == "a stopped queue") continue;
+      c.arrange();
+      EXPECT_EQ(runCommand({"--check"}), c.code) << c.name << "\n" << commandOut;
+      EXPECT_NE(commandOut.find(c.line), std::string::npos) << c.name << "\n" << commandOut;
+      EXPECT_TRUE(everyLineHasAVerdict(commandOut)) << c.name << "\n" << commandOut;
+      c.undo();
+    }
+  }
+};
+
+using Commissioning = Commands<ServiceJourney>;
 
 TEST_F(Commissioning, CheckOnARightKioskPassesAndChangesNothing) {
   const std::string queueBefore = output(kCups + "HOME=" + root.path() + " lpoptions -p kps-virtual");
@@ -53,46 +106,8 @@ TEST_F(Commissioning, CheckOnARightKioskPassesAndChangesNothing) {
   EXPECT_FALSE(fs::exists(root.file(work + "/PrintData.db-shm")));
 }
 
-// Each fault named by its own line, and the exit code a script acts on.
 TEST_F(Commissioning, EachCheckNamesItsFault) {
-  struct Case {
-    const char* name;
-    std::function<void()> arrange, undo;
-    std::string line;
-    int code;
-  };
-  const std::string data = root.file("sandbox");
-  const Case cases[] = {
-      {"a printer name that matches nothing", [&] { writeConfig("no-such-printer", "256", "258"); },
-       [&] { writeConfig("kps-virtual", "256", "258"); },
-       "FAIL printer \"no-such-printer\": matches no installed printer; installed: kps-", 1},
-      {"a stopped queue", [&] { sh(kCups + "cupsdisable kps-virtual"); }, [&] { sh(kCups + "cupsenable kps-virtual"); },
-       "FAIL printer \"kps-virtual\": selects kps-virtual, which is stopped\n", 1},
-      {"a paper size the driver lacks", [&] { writeConfig("kps-virtual", "8", "258"); },
-       [&] { writeConfig("kps-virtual", "256", "258"); },
-       "WARN paper for postcards: paper size 8 (iso_a3_297x420mm) is not offered by the driver; it offers ", 0},
-      {"a missing setting", [&] { root.write(work + "/config.ini", sampleConfig({{"FourWidth", ""}})); },
-       [&] { writeConfig("kps-virtual", "256", "258"); },
-       "FAIL config.ini [FourWidth] width: missing; the service would end with \"invalid stoi argument\"\n", 1},
-      {"a wrong object-store secret", [&] { root.write("sandbox/oss-secret", "another-secret"); },
-       [&] { fs::remove(root.file("sandbox/oss-secret")); },
-       "FAIL object store https://127.0.0.1:18900 bucket qzlp: SignatureDoesNotMatch: ", 1},
-      {"a kiosk clock the store refuses", [&] { root.write("sandbox/oss-clock", "{\"ahead\": 3600}"); },
-       [&] { fs::remove(root.file("sandbox/oss-clock")); },
-       "FAIL object store https://127.0.0.1:18900 bucket qzlp: RequestTimeTooSkewed: ", 1},
-      {"a store that is not one", [&] { root.write(work + "/PrintData.db", std::string(4096, 'x')); },
-       [&] { fs::remove(root.file(work + "/PrintData.db")); }, "FAIL store PrintData.db: ", 1},
-      {"a backend that is down", [&] { root.write("sandbox/backend-mode", "down"); },
-       [&] { fs::remove(root.file("sandbox/backend-mode")); },
-       "FAIL backend https://localhost:18444/print/task/list: no answer: ", 1},
-  };
-  for (const auto& c : cases) {
-    c.arrange();
-    EXPECT_EQ(runCommand({"--check"}), c.code) << c.name << "\n" << commandOut;
-    EXPECT_NE(commandOut.find(c.line), std::string::npos) << c.name << "\n" << commandOut;
-    EXPECT_TRUE(everyLineHasAVerdict(commandOut)) << c.name << "\n" << commandOut;
-    c.undo();
-  }
+  expectEachFaultNamed("WARN paper for postcards: paper size 8 (iso_a3_297x420mm) is not offered by the driver; it offers ", true);
 }
 
 // The calibration page of each size: the picture at its configured size at the page's top left
@@ -121,7 +136,11 @@ TEST_F(Commissioning, TestPageHasTheConfiguredSizeAtTheTopLeft) {
   EXPECT_FALSE(fs::exists(root.file(work + "/PrintData.db")));
 }
 
-using WineCommissioning = WineJourney;
+using WineCommissioning = Commands<WineJourney>;
+
+TEST_F(WineCommissioning, EachCheckNamesItsFault) {
+  expectEachFaultNamed("WARN paper for postcards: paper size 8 is not offered by the driver; it offers ", false);
+}
 
 TEST_F(WineCommissioning, CheckAgainstTheSandboxAndAWinePrinter) {
   ASSERT_EQ(runCommand({"--check"}), 0) << commandOut;
@@ -132,14 +151,6 @@ TEST_F(WineCommissioning, CheckAgainstTheSandboxAndAWinePrinter) {
                                  "OK   object store https://127.0.0.1:18900 bucket qzlp: this build's keys",
                                  "OK   store PrintData.db: absent (created at first start)\n"})
     EXPECT_NE(commandOut.find(line), std::string::npos) << line << "\n" << commandOut;
-  writeConfig("kps-virtual", "8", "9");
-  EXPECT_EQ(runCommand({"--check"}), 0) << commandOut;
-  EXPECT_NE(commandOut.find("WARN paper for postcards: paper size 8 is not offered by the driver; it offers "),
-            std::string::npos) << commandOut;
-  writeConfig("no-such-printer", "1", "9");
-  EXPECT_EQ(runCommand({"--check"}), 1) << commandOut;
-  EXPECT_NE(commandOut.find("FAIL printer \"no-such-printer\": matches no installed printer; installed: "),
-            std::string::npos) << commandOut;
   EXPECT_FALSE(fs::exists(root.file(work + "/PrintData.db")));
 }
 
