@@ -41,8 +41,8 @@ PrinterConfig& PrinterConfig::instance() {
 
 const std::vector<ConfigSetting>& configSettings() {
   using V = PrinterConfigValues;
-  // Looked up in this order, each stored as soon as it is read. PictureRetentionDays is opt-in
-  // and read last, so that a config.ini without it behaves as it always has.
+  // Looked up in this order, each stored as soon as it is read. The opt-in settings are read
+  // last, so that a config.ini without them behaves as it always has.
   static const std::vector<ConfigSetting> settings = {
       {"PrinterName", "name", &V::PrinterName, nullptr, 0, false},
       {"ScreenId", "id", &V::ScreenId, nullptr, 0, false},
@@ -56,6 +56,8 @@ const std::vector<ConfigSetting>& configSettings() {
       {"ThreeSize", "value", nullptr, &V::ThreeSize, 0, false},
       {"environment", "value", nullptr, &V::environment, 0, false},
       {"PictureRetentionDays", "value", nullptr, &V::PictureRetentionDays, 0, true},
+      {"LogFile", "folder", &V::LogFolder, nullptr, 0, true},
+      {"LogFile", "keepDays", nullptr, &V::LogKeepDays, 0, true},
   };
   return settings;
 }

@@ -24,6 +24,8 @@ struct PrinterConfigValues {
   std::string ScreenId;
   std::int32_t environment = 0;
   std::int32_t PictureRetentionDays = 0;  // opt-in; 0: pictures are never deleted
+  std::string LogFolder;                  // opt-in [LogFile]; empty: the standard streams only
+  std::int32_t LogKeepDays = 0;           // 0: the default, 14
 };
 
 // One setting of config.ini: its section and key, and where its value goes.

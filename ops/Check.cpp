@@ -17,6 +17,7 @@ namespace {
 
 std::string shown(const ConfigSetting& setting, const PrinterConfigValues& values) {
   const std::string section = setting.section;
+  if (setting.text && setting.optional && (values.*setting.text).empty()) return "not set";
   if (setting.text) return "\"" + values.*setting.text + "\"";
   const std::int32_t value = values.*setting.number;
   std::string text = std::to_string(value);
@@ -24,6 +25,7 @@ std::string shown(const ConfigSetting& setting, const PrinterConfigValues& value
     return value > 0 ? text + " (a final, reported order's picture is deleted after that many days)"
                      : text + " (pictures are never deleted)";
   if (section == "Paperffder1") return text + " (read, not used)";
+  if (section == "LogFile") return value > 0 ? text + " days" : "14 days (the default)";
   if (section == "environment") return text + (value == 0 ? " (the test backend)" : " (production)");
   return text;
 }

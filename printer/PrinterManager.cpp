@@ -23,6 +23,7 @@ PrinterSettingsRecord printerSettingsFrom(const PrinterConfigValues& config) {
   settings.screenId = config.ScreenId;
   settings.environment = config.environment;
   settings.pictureRetentionDays = config.PictureRetentionDays;
+  settings.logFolder = config.LogFolder;
   return settings;
 }
 

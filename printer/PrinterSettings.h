@@ -22,6 +22,7 @@ struct PrinterSettingsRecord {
   std::string screenId;
   std::int32_t environment = 0;
   std::int32_t pictureRetentionDays = 0;
+  std::string logFolder;
 };
 
 // Defined with the other process-wide objects, first among them.

@@ -5,6 +5,6 @@
 
 namespace kps {
 
-OwnFiles serviceOwnFiles() { return OwnFiles(workingDirectory()); }
+OwnFiles serviceOwnFiles() { return OwnFiles(workingDirectory(), PrinterSettings.logFolder); }
 
 }  // namespace kps

@@ -13,9 +13,12 @@
 #include <string>
 #include <thread>
 
+#include "config/IniFile.h"
+#include "config/PrinterConfig.h"
 #include "printer/PrinterManager.h"
 #include "remote/RemoteOrderIdManger.h"
 #include "printer/PrinterSettings.h"
+#include "src/DailyLog.h"
 #include "src/Database.h"
 #include "src/Endpoints.h"
 #include "src/Log.h"
@@ -98,6 +101,25 @@ void taskPollLoop() {
   }
 }
 
+// [LogFile], read before any thread writes; without it the standard streams stay as they are.
+// A keepDays that is not a number is left to the print worker's start, which ends on it.
+std::unique_ptr<kps::DailyLog> startDailyLog() {
+  kps::IniFile ini;
+  if (!ini.load("./config.ini")) return nullptr;
+  kps::PrinterConfigValues values;
+  for (const kps::ConfigSetting& setting : kps::configSettings()) {
+    if (std::string(setting.section) != "LogFile") continue;
+    try {
+      kps::applySetting(setting, ini.get(setting.section, setting.key), values);
+    } catch (const std::exception&) {
+    }
+  }
+  if (values.LogFolder.empty()) return nullptr;
+  auto log = std::make_unique<kps::DailyLog>(kps::DailyLogSettings{values.LogFolder, values.LogKeepDays});
+  log->attach();
+  return log;
+}
+
 }  // namespace
 
 // The store the poll loop works through hands the fetch to the intake's own store object.
@@ -112,6 +134,7 @@ int main(int argc, char** argv) {
   if (GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &consoleMode)) SetConsoleOutputCP(CP_UTF8);
 #endif
   if (argc > 1) return kps::runOperatorCommand(argc, argv);
+  const auto dailyLog = startDailyLog();
   // libcurl's global set-up is not thread-safe: done once, before any worker starts.
   curl_global_init(CURL_GLOBAL_DEFAULT);
   // The pauses are the only hand-over of the configuration: the print worker publishes

@@ -2,6 +2,7 @@
 // and, as the Windows exe, under Wine.
 #include <gtest/gtest.h>
 
+#include "src/Log.h"
 #include "tests/e2e/Journey.h"
 
 namespace kps {
@@ -192,6 +193,22 @@ TEST_F(WineJourney, KilledWithTheWholeWineServerAndStartedAgainLosesNoOrder) {
   SqliteFile db(root.file("work/PrintData.db"));
   EXPECT_EQ(db.scalar("PRAGMA integrity_check"), "ok");
   EXPECT_EQ(db.scalar("SELECT count(*) FROM local WHERE status IN (2, 4)"), "6");
+}
+
+// [LogFile] under Windows: the exe's own lines, without a redirection, in today's file.
+TEST_F(WineJourney, WithALogFileTheLinesGoToTodaysFile) {
+  root.write(work + "/config.ini", root.read(work + "/config.ini") + "[LogFile]\nfolder=logs\n");
+  putPicture("p/post.jpg");
+  setTasks({task("T-post", "p/post.jpg")});
+  const std::string today = work + "/logs/kiosk-print-service-" + localTimeString(std::time(nullptr)).substr(0, 10) + ".log";
+  startService();
+  ASSERT_TRUE(waitUntil([&] { return allFinal({"T-post"}); }, 90s)) << syncLog();
+  stopService();
+  const std::string log = root.read(today);
+  for (const char* line : {"--PrinterConfig.PrinterName--kps-virtual\n", "] url : ", "Default printer set to: kps-virtual\n"})
+    EXPECT_NE(log.find(line), std::string::npos) << line << "\n" << log;
+  EXPECT_EQ(log.find('\r'), std::string::npos);
+  EXPECT_EQ(output_, "");
 }
 
 }  // namespace

@@ -6,8 +6,10 @@
 #include <csignal>
 #include <filesystem>
 #include <functional>
+#include <thread>
 
 #include "Deployment.h"
+#include "src/Log.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SampleConfig.h"
 #include "tests/support/SqliteFile.h"
@@ -62,6 +64,25 @@ TEST(ServiceBinary, StartFailuresEndTheProcessWithTheirMessages) {
     EXPECT_TRUE(c.runsOn || (WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT)) << c.name << " " << status;
     for (const auto& error : c.errors) EXPECT_NE(service.err().find(error), std::string::npos) << c.name << service.err();
   }
+}
+
+// [LogFile]: every line of the process, the log writer's and the untimed ones of either stream,
+// in today's file and none on the standard streams.
+TEST(ServiceBinary, WithALogFileEveryLineGoesToTodaysFile) {
+  TempDir dir;
+  dir.write("config.ini", sampleConfig({{"PrinterName", "no such printer"}}) + "[LogFile]\nfolder=logs\nkeepDays=3\n");
+  dir.write("logs/kiosk-print-service-2000-01-01.log", "long gone\n");
+  ChildProcess service({KPS_BINARY}, dir.path());
+  const std::string today = "logs/kiosk-print-service-" + localTimeString(std::time(nullptr)).substr(0, 10) + ".log";
+  const auto deadline = std::chrono::steady_clock::now() + 20s;
+  while (dir.read(today).find("curl_easy_perform() failed: ") == std::string::npos && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(100ms);  // the service polls on its own time
+  service.kill();
+  const std::string log = dir.read(today);
+  for (const char* line : {"--PrinterConfig.PrinterName--no such printer\n", "] url : ", "curl_easy_perform() failed: "})
+    EXPECT_NE(log.find(line), std::string::npos) << line << "\n" << log;
+  EXPECT_EQ(service.out() + service.err(), "");
+  EXPECT_FALSE(std::filesystem::exists(dir.file("logs/kiosk-print-service-2000-01-01.log")));
 }
 
 // The command line: without arguments the service; the operator's words; anything else the usage
