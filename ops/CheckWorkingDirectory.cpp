@@ -6,6 +6,7 @@
 #include <string>
 
 #include "ops/Commands.h"
+#include "ops/Words.h"
 #include "src/FilePath.h"
 #include "src/StoreReader.h"
 
@@ -14,26 +15,6 @@ namespace kps::ops {
 namespace {
 
 constexpr std::uintmax_t kLeastFreeBytes = 1ull << 30;
-
-const char* statusName(std::int32_t status) {
-  switch (status) {
-    case 0: return "pending";
-    case 1: return "withdrawn";
-    case 2: return "printed";
-    case 3: return "deleted";
-    case 4: return "failed";
-    case 5: return "partly printed";
-    default: return nullptr;
-  }
-}
-
-std::string age(std::chrono::seconds seconds) {
-  const auto s = seconds.count();
-  if (s < 120) return std::to_string(s) + " s";
-  if (s < 7200) return std::to_string(s / 60) + " min";
-  if (s < 172800) return std::to_string(s / 3600) + " h";
-  return std::to_string(s / 86400) + " days";
-}
 
 void checkStore(CheckReport& report) {
   const std::string what = "store PrintData.db";
@@ -55,23 +36,15 @@ void checkStore(CheckReport& report) {
   const auto counts = store.ordersByStatus();
   std::string text;
   for (const auto& [status, count] : counts) {
-    const char* name = statusName(status);
-    text += (text.empty() ? "" : ", ") + std::to_string(count) + " " +
-            (name ? name : "status " + std::to_string(status));
+    text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + statusName(status);
   }
   if (!store.error().empty()) {
     report.fail(what, "its orders cannot be read: " + store.error());
     return;
   }
-  // The store keeps no time for a pending order; its picture was written when it was taken in.
-  const auto now = std::filesystem::file_time_type::clock::now();
-  std::chrono::seconds oldest{-1};
-  for (const std::string& path : store.pendingPictures()) {
-    const auto written = std::filesystem::last_write_time(toPath(path), ignored);
-    if (!ignored) oldest = std::max(oldest, std::chrono::duration_cast<std::chrono::seconds>(now - written));
-  }
+  const std::int64_t oldest = store.pendingOrders().second;
   report.ok(what, "quick check ok; orders: " + (text.empty() ? std::string("none") : text) +
-                      (oldest.count() >= 0 ? "; oldest pending order " + age(oldest) : ""));
+                      (oldest >= 0 ? "; oldest pending order " + ageText(oldest) : ""));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "src/FilePath.h"
 
+#include <cerrno>
+
 #include "src/Utf8.h"
 
 #ifdef _WIN32
@@ -78,6 +80,34 @@ std::string folderOf(const std::string& path) {
   if (end == std::string::npos) return path.substr(0, 1);
   if (path[end] == ':') return path.substr(0, end + 2);
   return path.substr(0, end + 1);
+}
+
+bool replaceFile(const std::string& path, const std::string& text, std::error_code& error) {
+  const std::string temporary = path + ".tmp";
+  error.clear();
+  std::FILE* file = openFile(temporary, "wb");
+  if (!file) {
+    error = std::error_code(errno, std::generic_category());
+    return false;
+  }
+  const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+  if (!written) error = std::error_code(errno, std::generic_category());
+  if (std::fclose(file) != 0 && written) error = std::error_code(errno, std::generic_category());
+  if (error) {
+    std::error_code ignored;
+    std::filesystem::remove(toPath(temporary), ignored);
+    return false;
+  }
+#ifdef _WIN32
+  // std::filesystem::rename does not replace an existing file here.
+  if (!MoveFileExW(toPath(temporary).c_str(), toPath(path).c_str(), MOVEFILE_REPLACE_EXISTING))
+    error = std::error_code(static_cast<int>(GetLastError()), std::system_category());
+#else
+  std::filesystem::rename(toPath(temporary), toPath(path), error);
+#endif
+  std::error_code ignored;
+  if (error) std::filesystem::remove(toPath(temporary), ignored);  // nothing left of a failed write
+  return !error;
 }
 
 }  // namespace kps

@@ -25,6 +25,10 @@ std::string folderOf(const std::string& path);
 // disk, a folder it may not write, a read-only or failing disk).
 bool isNameProblem(const std::error_code& error);
 
+// Replaces the file at `path` with `text` in one step: written to `path` + ".tmp", then renamed
+// over it, so that a reader sees the old file or the new one, never a part. False with `error`.
+bool replaceFile(const std::string& path, const std::string& text, std::error_code& error);
+
 // The process's working directory as UTF-8, or "" when it cannot be read.
 std::string workingDirectory();
 

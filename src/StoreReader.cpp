@@ -1,5 +1,7 @@
 #include "src/StoreReader.h"
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 
 #include "src/FilePath.h"
@@ -72,6 +74,43 @@ std::vector<std::string> StoreReader::pendingPictures() {
   SqliteStatement query(db_, "SELECT path FROM local WHERE status = 0 AND path IS NOT NULL;");
   while (query.ok() && query.step() == SQLITE_ROW) paths.emplace_back(query.text(0));
   return paths;
+}
+
+std::pair<std::int64_t, std::int64_t> StoreReader::pendingOrders() {
+  const std::vector<std::string> pictures = pendingPictures();
+  const auto now = std::filesystem::file_time_type::clock::now();
+  std::int64_t oldest = -1;
+  for (const std::string& path : pictures) {
+    std::error_code error;
+    const auto written = std::filesystem::last_write_time(toPath(path), error);
+    if (!error)
+      oldest = std::max<std::int64_t>(oldest, std::chrono::duration_cast<std::chrono::seconds>(now - written).count());
+  }
+  return {static_cast<std::int64_t>(pictures.size()), oldest};
+}
+
+std::vector<std::vector<std::string>> StoreReader::rows(const std::string& sql,
+                                                        const std::vector<std::string>& parameters) {
+  std::vector<std::vector<std::string>> result;
+  if (db_) error_.clear();  // each query says its own failure
+  SqliteStatement query(db_, sql);
+  if (!query.ok()) {
+    error_ = db_ ? sqlite3_errmsg(db_) : error_;
+    return result;
+  }
+  for (std::size_t i = 0; i < parameters.size(); ++i) query.bind(static_cast<int>(i + 1), parameters[i]);
+  int step;
+  while ((step = query.step()) == SQLITE_ROW) {
+    std::vector<std::string> row;
+    for (int column = 0; column < sqlite3_column_count(query.get()); ++column)
+      row.emplace_back(query.text(column) ? query.text(column) : "");
+    result.push_back(std::move(row));
+  }
+  if (step != SQLITE_DONE) {
+    error_ = sqlite3_errmsg(db_);
+    result.clear();
+  }
+  return result;
 }
 
 }  // namespace kps

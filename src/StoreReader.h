@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kps {
@@ -27,6 +28,13 @@ class StoreReader {
   std::map<std::int32_t, std::int64_t> ordersByStatus();
   // The picture paths of the pending orders.
   std::vector<std::string> pendingPictures();
+  // The pending orders, and the oldest one's age in seconds (-1 without one): the store keeps
+  // no time for a pending order, its picture file was written when it was taken in.
+  std::pair<std::int64_t, std::int64_t> pendingOrders();
+  // Every row of a query, each column as text ("" for NULL); text parameters bound in order.
+  // Empty with error() set when it fails.
+  std::vector<std::vector<std::string>> rows(const std::string& sql,
+                                             const std::vector<std::string>& parameters = {});
 
  private:
   sqlite3* db_ = nullptr;

@@ -4,6 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
+#include <iterator>
+
+#include <atomic>
+
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -124,6 +130,43 @@ TEST(FileErrors, TheNameOrTheMachine) {
   for (const DWORD code : {ERROR_DISK_FULL, ERROR_ACCESS_DENIED, ERROR_WRITE_PROTECT})
     EXPECT_FALSE(isNameProblem(std::error_code(static_cast<int>(code), std::system_category()))) << code;
 #endif
+}
+
+// A file replaced while another thread reads it: every read sees one whole version. (On Windows
+// a replacement meeting an open reader fails, and is tried again at the next write.)
+TEST(FileReplacement, AReaderSeesTheOldFileOrTheNewNeverAPart) {
+  namespace fs = std::filesystem;
+  const fs::path dir = fs::temp_directory_path() / ("kps-replace-" + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
+  fs::create_directories(dir);
+  const std::string path = fromPath(dir / "status.json");
+  const std::string versions[] = {std::string(200000, 'a') + "\n", std::string(100000, 'b') + "\n"};
+  std::error_code error;
+  ASSERT_TRUE(replaceFile(path, versions[0], error)) << error.message();
+  std::atomic<bool> done{false};
+  std::atomic<int> replaced{0};
+  std::thread writer([&] {
+    for (int i = 1; i <= 300; ++i) {
+      std::error_code ignored;
+      replaced += replaceFile(path, versions[i % 2], ignored) ? 1 : 0;
+    }
+    done = true;
+  });
+  int reads = 0;
+  while (!done) {
+    std::ifstream in(toPath(path), std::ios::binary);
+    if (!in) continue;
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_TRUE(text == versions[0] || text == versions[1]) << text.size();
+    ++reads;
+  }
+  writer.join();
+  EXPECT_GT(reads, 0);
+#ifndef _WIN32
+  EXPECT_EQ(replaced, 300);
+#endif
+  EXPECT_GT(replaced, 0);
+  EXPECT_FALSE(fs::exists(toPath(path + ".tmp")));
+  fs::remove_all(dir);
 }
 
 }  // namespace
