@@ -58,6 +58,7 @@ const std::vector<ConfigSetting>& configSettings() {
       {"PictureRetentionDays", "value", nullptr, &V::PictureRetentionDays, 0, true},
       {"LogFile", "folder", &V::LogFolder, nullptr, 0, true},
       {"LogFile", "keepDays", nullptr, &V::LogKeepDays, 0, true},
+      {"StatusFile", "path", &V::StatusFilePath, nullptr, 0, true},
   };
   return settings;
 }
@@ -71,6 +72,20 @@ void applySetting(const ConfigSetting& setting, const std::string& text, Printer
     values.*setting.number = toPictureSize(text, setting.drawnFactor, setting.section);
   else
     values.*setting.number = toInt32(text);
+}
+
+PrinterConfigValues readOptionalSettings(const std::string& path) {
+  IniFile ini;
+  PrinterConfigValues values;
+  if (!ini.load(path)) return values;
+  for (const ConfigSetting& setting : configSettings()) {
+    if (!setting.optional) continue;
+    try {
+      applySetting(setting, ini.get(setting.section, setting.key), values);
+    } catch (const std::exception&) {
+    }
+  }
+  return values;
 }
 
 PrinterConfigValues PrinterConfig::load() {

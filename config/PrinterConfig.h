@@ -26,6 +26,7 @@ struct PrinterConfigValues {
   std::int32_t PictureRetentionDays = 0;  // opt-in; 0: pictures are never deleted
   std::string LogFolder;                  // opt-in [LogFile]; empty: the standard streams only
   std::int32_t LogKeepDays = 0;           // 0: the default, 14
+  std::string StatusFilePath;             // opt-in [StatusFile]; empty: none
 };
 
 // One setting of config.ini: its section and key, and where its value goes.
@@ -41,6 +42,10 @@ struct ConfigSetting {
 const std::vector<ConfigSetting>& configSettings();
 // Stores one setting's text into values as the service does; throws what load() throws.
 void applySetting(const ConfigSetting& setting, const std::string& text, PrinterConfigValues& values);
+
+// The opt-in settings of a config.ini alone (the sections after environment), read without
+// ending on a bad required one; a bad opt-in number is left at 0.
+PrinterConfigValues readOptionalSettings(const std::string& path);
 
 class PrinterConfig {
  public:

@@ -13,6 +13,7 @@ namespace kps::ops {
 
 int runCheck(std::ostream& out);
 int runTestPage(const std::string& type, std::ostream& out);
+int runStatus(std::ostream& out);
 
 // Every setting of ./config.ini as the service would read it; the values when every required
 // one converts, nothing otherwise.

@@ -18,6 +18,8 @@ const char* const kUsage =
     "                                              object store and the working directory; changes nothing\n"
     "       kiosk-print-service --test-page TYPE   print one calibration page for a product type\n"
     "                                              (postcards, frames, cardsets, fridgemagnets)\n"
+    "       kiosk-print-service --status           the kiosk's health from its store (read-only, safe\n"
+    "                                              while the service runs); exit 1 when something waits\n"
     "       kiosk-print-service --version\n"
     "       kiosk-print-service --help\n";
 
@@ -34,6 +36,7 @@ int runOperatorCommand(int argc, char** argv) {
     return 0;
   }
   if (args == std::vector<std::string>{"--check"}) return ops::runCheck(std::cout);
+  if (args == std::vector<std::string>{"--status"}) return ops::runStatus(std::cout);
   if (args.size() == 2 && args[0] == "--test-page") return ops::runTestPage(args[1], std::cout);
   std::cerr << kUsage << std::flush;
   return 2;

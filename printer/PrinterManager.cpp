@@ -24,6 +24,7 @@ PrinterSettingsRecord printerSettingsFrom(const PrinterConfigValues& config) {
   settings.environment = config.environment;
   settings.pictureRetentionDays = config.PictureRetentionDays;
   settings.logFolder = config.LogFolder;
+  settings.statusFile = config.StatusFilePath;
   return settings;
 }
 

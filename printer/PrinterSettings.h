@@ -23,6 +23,7 @@ struct PrinterSettingsRecord {
   std::int32_t environment = 0;
   std::int32_t pictureRetentionDays = 0;
   std::string logFolder;
+  std::string statusFile;
 };
 
 // Defined with the other process-wide objects, first among them.

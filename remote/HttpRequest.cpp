@@ -11,6 +11,7 @@
 namespace kps {
 
 CURLcode lastTaskListResult = CURLE_OK;
+long lastTaskListStatus = 0;
 
 HttpSettings& httpSettings() {
   static HttpSettings settings{30000, 0, deployment::kCaBundle, 3600};
@@ -78,7 +79,11 @@ int performRequest(const std::string& url, const std::string& params, const char
   curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &body);
 
   const CURLcode result = curl_easy_perform(curl.get());
-  if (!quiet) lastTaskListResult = result;
+  if (!quiet) {
+    lastTaskListResult = result;
+    lastTaskListStatus = 0;
+    curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &lastTaskListStatus);
+  }
   if (exchange) {
     curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &exchange->status);
     if (result != CURLE_OK) exchange->error = curl_easy_strerror(result);

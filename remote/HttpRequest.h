@@ -19,8 +19,9 @@ struct HttpSettings {
 };
 HttpSettings& httpSettings();
 
-// The result of the last task-list transfer (written by HttpRequest only).
+// The result of the last task-list transfer and its HTTP status (written by HttpRequest only).
 extern CURLcode lastTaskListResult;
+extern long lastTaskListStatus;
 
 // Appends size * count bytes to the std::string at target.
 std::size_t WriteResponse(void* data, std::size_t size, std::size_t count, void* target);

@@ -30,6 +30,7 @@ class RemoteOrderIdManger : public Database {
   enum class LocalFailure { None, Machine, Key };
   LocalFailure lastLocalFailure_ = LocalFailure::None;
   std::string lastLocalMessage_;
+  std::string lastListOutcome_;  // what the last body was to the intake, for the status file
   bool storageFailed_ = false;  // a picture of this pass could not be stored
 };
 

@@ -6,6 +6,7 @@
 #include "remote/RemoteOrderIdManger.h"
 #include "remote/TaskList.h"
 #include "src/FilePath.h"
+#include "src/Health.h"
 #include "src/Log.h"
 #include "src/Runtime.h"
 #include "src/ServiceFiles.h"
@@ -53,9 +54,13 @@ std::string createFolderFor(const std::string& path, std::error_code& machine) {
 void RemoteOrderIdManger::GetTaskList(std::string screenNumber, std::string url) {
   const std::string parameters = taskListQuery(screenNumber);
   std::string body;
-  if (HttpRequest(url, parameters, "GET", body) != 0) return;
+  if (HttpRequest(url, parameters, "GET", body) != 0) {
+    Health::instance().notePoll(std::string("transfer error: ") + curl_easy_strerror(lastTaskListResult));
+    return;
+  }
   logLine(KPS_TAG_REMOTE, __LINE__, "response :", body);
   ReceiveBackupData(body);
+  Health::instance().notePoll("HTTP " + std::to_string(lastTaskListStatus) + ", " + lastListOutcome_);
 }
 
 RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::string& pic,
@@ -105,6 +110,8 @@ void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
   std::string refusal;
   const auto tasks = parseTaskList(body, &refusal);
   if (!refusal.empty()) logLine(KPS_TAG_REMOTE, __LINE__, "task list refused: ", refusal);
+  lastListOutcome_ = tasks ? "code \"100\", " + std::to_string(tasks->size()) + " task(s)"
+                           : "not accepted" + (refusal.empty() ? std::string() : ": " + refusal);
   if (!tasks) return;
 
   int newOrders = 0;

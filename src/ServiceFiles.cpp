@@ -5,6 +5,8 @@
 
 namespace kps {
 
-OwnFiles serviceOwnFiles() { return OwnFiles(workingDirectory(), PrinterSettings.logFolder); }
+OwnFiles serviceOwnFiles() {
+  return OwnFiles(workingDirectory(), PrinterSettings.logFolder, PrinterSettings.statusFile);
+}
 
 }  // namespace kps

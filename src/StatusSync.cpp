@@ -8,6 +8,7 @@
 
 #include "remote/HttpRequest.h"
 #include "src/Database.h"
+#include "src/Health.h"
 #include "src/Log.h"
 
 namespace kps {
@@ -54,10 +55,13 @@ void Database::postStatus(const std::string& url, const rapidjson::Document& doc
   logLine(KPS_TAG_DATABASE, __LINE__, "Printer Sending the following data to backend: ", body);
 
   std::string response;
+  const int rows = static_cast<int>(document.Size());
   if (sendRequest(url, body, "POST", response) != 0) {
     std::cout << "URL_UPDATE_PRINTSTATUS ERROR " << std::endl;
+    Health::instance().noteSync(rows, "not reached the backend");
     return;
   }
+  Health::instance().noteSync(rows, "reported");
   // Any completed exchange counts as received; the answer is only logged.
   logLine(KPS_TAG_DATABASE, __LINE__, "backend updataDataResponse : ", response);
   for (const auto& item : document.GetArray()) {

@@ -13,7 +13,6 @@
 #include <string>
 #include <thread>
 
-#include "config/IniFile.h"
 #include "config/PrinterConfig.h"
 #include "printer/PrinterManager.h"
 #include "remote/RemoteOrderIdManger.h"
@@ -21,9 +20,11 @@
 #include "src/DailyLog.h"
 #include "src/Database.h"
 #include "src/Endpoints.h"
+#include "src/Health.h"
 #include "src/Log.h"
 #include "src/OperatorCommand.h"
 #include "src/Runtime.h"
+#include "src/StatusFile.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -75,7 +76,11 @@ void printWorker() {
   kps::PrinterManager manager;
   manager.LoadPrinterSettings();
   std::unique_lock<std::mutex> lock(kps::newOrderMutex);
-  for (;;) kps::printWorkerCycle(lock, [] { sharedDatabase->printPendingOrders(); });
+  for (;;)
+    kps::printWorkerCycle(lock, [] {
+      sharedDatabase->printPendingOrders();
+      kps::Health::instance().runEnded = true;
+    });
 }
 
 void syncLoop() {
@@ -83,11 +88,16 @@ void syncLoop() {
   const std::int32_t retentionDays = kps::PrinterSettings.pictureRetentionDays;
   kps::logLine(KPS_TAG_TASK, __LINE__, "url : ", url);
   kps::RetentionSweep retention;
+  // Opt-in, as retention: without [StatusFile] nothing of it runs.
+  std::unique_ptr<kps::StatusFile> status;
+  if (!kps::PrinterSettings.statusFile.empty())
+    status = std::make_unique<kps::StatusFile>(kps::PrinterSettings.statusFile);
   for (;;) {
     sharedDatabase->syncStatus(url);
     // Opt-in: without PictureRetentionDays nothing here runs.
     if (retentionDays > 0 && retention.due())
       sharedDatabase->removeExpiredPictures(retention, retentionDays, std::time(nullptr));
+    if (status) status->writeIfDue(std::time(nullptr));
     std::this_thread::sleep_for(2000ms);
   }
 }
@@ -104,16 +114,7 @@ void taskPollLoop() {
 // [LogFile], read before any thread writes; without it the standard streams stay as they are.
 // A keepDays that is not a number is left to the print worker's start, which ends on it.
 std::unique_ptr<kps::DailyLog> startDailyLog() {
-  kps::IniFile ini;
-  if (!ini.load("./config.ini")) return nullptr;
-  kps::PrinterConfigValues values;
-  for (const kps::ConfigSetting& setting : kps::configSettings()) {
-    if (std::string(setting.section) != "LogFile") continue;
-    try {
-      kps::applySetting(setting, ini.get(setting.section, setting.key), values);
-    } catch (const std::exception&) {
-    }
-  }
+  const kps::PrinterConfigValues values = kps::readOptionalSettings("./config.ini");
   if (values.LogFolder.empty()) return nullptr;
   auto log = std::make_unique<kps::DailyLog>(kps::DailyLogSettings{values.LogFolder, values.LogKeepDays});
   log->attach();

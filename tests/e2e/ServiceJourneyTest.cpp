@@ -2,6 +2,8 @@
 // and, as the Windows exe, under Wine.
 #include <gtest/gtest.h>
 
+#include <rapidjson/document.h>
+
 #include "src/Log.h"
 #include "tests/e2e/Journey.h"
 
@@ -137,6 +139,38 @@ TEST_F(ServiceJourney, SlowQueueNeverFinishingTimesOutAfterAMinute) {
   ASSERT_TRUE(waitUntil([&] { return lastReport("T-slow") == report("T-slow", 4, 0, "IPP_TIME_OUT"); }, 120s)) << syncLog();
 }
 
+// [StatusFile]: after a poll, a sync, a printed and a failed order, the heartbeat says each; and
+// `--status` beside the running service finds it fresh and the kiosk healthy.
+TEST_F(ServiceJourney, StatusFileAfterAPrintedAndAFailedOrder) {
+  root.write(work + "/config.ini", root.read(work + "/config.ini") + "[StatusFile]\npath=status.json\n");
+  putPicture("p/a.jpg");
+  setTasks({task("T-ok", "p/a.jpg"), task("T-bad", "p/a.jpg", 1, "posters")});
+  startService();
+  rapidjson::Document status;
+  const auto read = [&] { return !status.Parse(root.read(work + "/status.json").c_str()).HasParseError() && status.IsObject(); };
+  ASSERT_TRUE(waitUntil([&] {
+    return lastReport("T-ok") == report("T-ok", 2, 1) && lastReport("T-bad").find("\"status\":4") != std::string::npos &&
+           read() && status["today"]["printed"] == 1 && status["today"]["failed"] == 1 && status["lastSync"].IsObject() &&
+           status["lastSync"]["outcome"] == "reported";
+  }, 90s)) << syncLog() << root.read(work + "/status.json");
+  EXPECT_FALSE(std::string(status["version"].GetString()).empty());
+  EXPECT_TRUE(std::regex_match(status["time"].GetString(), std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)")));
+  EXPECT_EQ(std::string(status["lastPoll"]["outcome"].GetString()), "HTTP 200, code \"100\", 2 task(s)");
+  EXPECT_GE(status["lastSync"]["rowsSent"].GetInt(), 1);
+  EXPECT_EQ(std::string(status["printer"]["name"].GetString()), "kps-virtual");
+  EXPECT_TRUE(status["printer"]["ready"].GetBool());
+  EXPECT_EQ(status["pending"]["count"].GetInt(), 0);
+  EXPECT_TRUE(status["pending"]["oldestAgeSeconds"].IsNull());
+  EXPECT_EQ(std::string(status["lastFailure"]["task"].GetString()), "T-bad");
+  EXPECT_EQ(std::string(status["lastFailure"]["failReason"].GetString()), "IPP_JOB_HELD_NOT_PRINTER");
+  EXPECT_FALSE(fs::exists(root.file(work + "/status.json.tmp")));
+
+  EXPECT_EQ(runCommand({"--status"}), 0) << commandOut;
+  for (const char* line : {"): 1 printed, 1 failed\n", "failure reasons the last 7 days: IPP_JOB_HELD_NOT_PRINTER 1\n",
+                           "status file status.json: written ", "healthy\n"})
+    EXPECT_NE(commandOut.find(line), std::string::npos) << line << "\n" << commandOut;
+}
+
 TEST_F(WineJourney, EveryProductTypeANonAsciiKeyAndAMissingPicture) {
   for (const char* key : {"p/post.jpg", "p/frame.jpg", "p/card.jpg", "照片/猫咪 1.jpg"}) putPicture(key);
   setTasks({task("T-post", "p/post.jpg"), task("T-frame", "p/frame.jpg", 1, "frames"),
@@ -209,6 +243,24 @@ TEST_F(WineJourney, WithALogFileTheLinesGoToTodaysFile) {
     EXPECT_NE(log.find(line), std::string::npos) << line << "\n" << log;
   EXPECT_EQ(log.find('\r'), std::string::npos);
   EXPECT_EQ(output_, "");
+}
+
+// `--status` of the Windows exe on a store the service left: counts, and a pending order waiting
+// too long.
+TEST_F(WineJourney, StatusOfAStoreTheServiceLeft) {
+  {
+    SqliteFile store(root.file(work + "/PrintData.db"));
+    ASSERT_TRUE(store.exec("CREATE TABLE local (orderNo TEXT, uuid TEXT, path TEXT, status INTEGER, syncTime TEXT, "
+                           "updateTime TEXT, failReason TEXT, type TEXT);"
+                           "INSERT INTO local VALUES ('O', 'a', 'p/a.jpg', 2, '" + localTimeString() + "', '" + localTimeString() +
+                           "', NULL, 'postcards'), ('O', 'b', 'p/b.jpg', 0, NULL, NULL, NULL, 'frames');"));
+  }
+  root.write(work + "/p/b.jpg", "jpeg");
+  fs::last_write_time(root.file(work + "/p/b.jpg"), fs::file_time_type::clock::now() - 20min);
+  EXPECT_EQ(runCommand({"--status"}), 1) << commandOut;
+  for (const char* line : {"): 1 printed\n", "pending: 1, the oldest 20 min old\n",
+                           "attention: an order has been pending for 20 min\n", "needs attention\n"})
+    EXPECT_NE(commandOut.find(line), std::string::npos) << line << "\n" << commandOut;
 }
 
 }  // namespace

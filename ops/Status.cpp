@@ -1,0 +1,109 @@
+// `--status`: the kiosk's health for a person or a monitoring tool, read from the store through
+// a read-only connection of its own, safe while the service runs. Exit code: 0 healthy; 1 when
+// something waits too long (a pending order, a final order not reported, a stale status file);
+// 2 when the store cannot be read.
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "ops/Commands.h"
+#include "ops/Words.h"
+#include "src/FilePath.h"
+#include "src/Log.h"
+#include "src/StoreReader.h"
+
+namespace kps::ops {
+
+namespace {
+
+constexpr std::int64_t kLongestWaitSeconds = 15 * 60;
+constexpr std::int64_t kFreshStatusSeconds = 3 * 60;
+
+std::string byStatus(const std::vector<std::vector<std::string>>& rows) {
+  std::string text;
+  for (const auto& row : rows)
+    text += (text.empty() ? "" : ", ") + row[1] + " " + statusName(std::stoi(row[0]));
+  return text.empty() ? "none" : text;
+}
+
+std::int64_t secondsSince(const std::filesystem::path& file) {
+  std::error_code error;
+  const auto written = std::filesystem::last_write_time(file, error);
+  if (error) return -1;
+  return std::chrono::duration_cast<std::chrono::seconds>(std::filesystem::file_time_type::clock::now() - written).count();
+}
+
+}  // namespace
+
+int runStatus(std::ostream& out) {
+  const std::time_t now = std::time(nullptr);
+  StoreReader store("PrintData.db");
+  if (!store.opened()) {
+    out << "store PrintData.db cannot be read: " << store.error() << std::endl;
+    return 2;
+  }
+  const std::string today = localTimeString(now).substr(0, 10);
+  const std::string weekAgo = localTimeString(now - 6 * 86400).substr(0, 10);
+  const char* const byDay = "SELECT status, count(*) FROM local WHERE status != 0 AND substr(updateTime, 1, 10) >= ?1 "
+                            "GROUP BY status ORDER BY status";
+  const auto todays = store.rows(byDay, {today});
+  const auto weeks = store.rows(byDay, {weekAgo});
+  const auto unreported = store.rows(
+      "SELECT count(*), ifnull(min(updateTime), '') FROM local WHERE status != 0 AND "
+      "(syncTime IS NULL OR syncTime = '' OR updateTime > syncTime)");
+  const auto lastReport = store.rows("SELECT ifnull(max(syncTime), '') FROM local");
+  const auto reasons = store.rows(
+      "SELECT ifnull(failReason, '(none)'), count(*) FROM local WHERE status = 4 AND substr(updateTime, 1, 10) >= ?1 "
+      "GROUP BY 1 ORDER BY 2 DESC, 1",
+      {weekAgo});
+  const auto paths = store.rows("SELECT DISTINCT path FROM local WHERE path IS NOT NULL");
+  const auto [pending, oldest] = store.pendingOrders();
+  if (!store.error().empty() || unreported.empty() || lastReport.empty()) {
+    out << "store PrintData.db cannot be read: " << store.error() << std::endl;
+    return 2;
+  }
+
+  std::vector<std::string> attention;
+  out << "orders today (" << today << "): " << byStatus(todays) << std::endl;
+  out << "orders the last 7 days (since " << weekAgo << "): " << byStatus(weeks) << std::endl;
+  out << "pending: " << pending << (oldest >= 0 ? ", the oldest " + ageText(oldest) + " old" : "") << std::endl;
+  if (oldest > kLongestWaitSeconds) attention.push_back("an order has been pending for " + ageText(oldest));
+  out << "last report to the backend: " << (lastReport[0][0].empty() ? "never" : lastReport[0][0])
+      << "; final orders not reported yet: " << unreported[0][0] << std::endl;
+  if (unreported[0][0] != "0" && !unreported[0][1].empty() &&
+      unreported[0][1] < localTimeString(now - kLongestWaitSeconds))
+    attention.push_back("final orders have waited since " + unreported[0][1] + " to be reported");
+  std::string failures;
+  for (const auto& row : reasons) failures += (failures.empty() ? "" : ", ") + row[0] + " " + row[1];
+  out << "failure reasons the last 7 days: " << (failures.empty() ? "none" : failures) << std::endl;
+  std::uintmax_t files = 0, bytes = 0;
+  for (const auto& row : paths) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(toPath(row[0]), error);
+    if (!error) ++files, bytes += size;
+  }
+  out << "pictures on disk: " << files << " (" << (bytes >> 20) << " MiB)" << std::endl;
+
+  const std::string statusFile = readOptionalSettings("./config.ini").StatusFilePath;
+  if (!statusFile.empty()) {
+    const std::int64_t age = secondsSince(toPath(statusFile));
+    std::ifstream in(toPath(statusFile), std::ios::binary);
+    const std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (age < 0) {
+      out << "status file " << statusFile << ": missing" << std::endl;
+      attention.push_back("the status file is missing");
+    } else {
+      out << "status file " << statusFile << ": written " << ageText(age) << " ago" << std::endl << content;
+      if (age > kFreshStatusSeconds) attention.push_back("the status file is " + ageText(age) + " old");
+    }
+  }
+  for (const auto& line : attention) out << "attention: " << line << std::endl;
+  out << (attention.empty() ? "healthy" : "needs attention") << std::endl;
+  return attention.empty() ? 0 : 1;
+}
+
+}  // namespace kps::ops
