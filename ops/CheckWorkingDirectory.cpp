@@ -33,17 +33,13 @@ void checkStore(CheckReport& report) {
     report.fail(what, "quick check: " + check);
     return;
   }
-  const auto counts = store.ordersByStatus();
-  std::string text;
-  for (const auto& [status, count] : counts) {
-    text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + statusName(status);
-  }
+  const auto counts = store.rows("SELECT status, count(*) FROM local GROUP BY status ORDER BY status;");
   if (!store.error().empty()) {
     report.fail(what, "its orders cannot be read: " + store.error());
     return;
   }
   const std::int64_t oldest = store.pendingOrders().second;
-  report.ok(what, "quick check ok; orders: " + (text.empty() ? std::string("none") : text) +
+  report.ok(what, "quick check ok; orders: " + ordersText(counts) +
                       (oldest >= 0 ? "; oldest pending order " + ageText(oldest) : ""));
 }
 

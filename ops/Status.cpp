@@ -23,13 +23,6 @@ namespace {
 constexpr std::int64_t kLongestWaitSeconds = 15 * 60;
 constexpr std::int64_t kFreshStatusSeconds = 3 * 60;
 
-std::string byStatus(const std::vector<std::vector<std::string>>& rows) {
-  std::string text;
-  for (const auto& row : rows)
-    text += (text.empty() ? "" : ", ") + row[1] + " " + statusName(std::stoi(row[0]));
-  return text.empty() ? "none" : text;
-}
-
 std::int64_t secondsSince(const std::filesystem::path& file) {
   std::error_code error;
   const auto written = std::filesystem::last_write_time(file, error);
@@ -68,8 +61,8 @@ int runStatus(std::ostream& out) {
   }
 
   std::vector<std::string> attention;
-  out << "orders today (" << today << "): " << byStatus(todays) << std::endl;
-  out << "orders the last 7 days (since " << weekAgo << "): " << byStatus(weeks) << std::endl;
+  out << "orders today (" << today << "): " << ordersText(todays) << std::endl;
+  out << "orders the last 7 days (since " << weekAgo << "): " << ordersText(weeks) << std::endl;
   out << "pending: " << pending << (oldest >= 0 ? ", the oldest " + ageText(oldest) + " old" : "") << std::endl;
   if (oldest > kLongestWaitSeconds) attention.push_back("an order has been pending for " + ageText(oldest));
   out << "last report to the backend: " << (lastReport[0][0].empty() ? "never" : lastReport[0][0])

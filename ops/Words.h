@@ -4,12 +4,20 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace kps::ops {
 
 inline std::string statusName(std::int32_t status) {
   static const char* const names[] = {"pending", "withdrawn", "printed", "deleted", "failed", "partly printed"};
   return status >= 0 && status <= 5 ? names[status] : "status " + std::to_string(status);
+}
+
+// Rows of (status, count) as "2 printed, 1 failed", or "none".
+inline std::string ordersText(const std::vector<std::vector<std::string>>& rows) {
+  std::string text;
+  for (const auto& row : rows) text += (text.empty() ? "" : ", ") + row[1] + " " + statusName(std::stoi(row[0]));
+  return text.empty() ? "none" : text;
 }
 
 inline std::string ageText(std::int64_t seconds) {

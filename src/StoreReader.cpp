@@ -57,32 +57,13 @@ std::string StoreReader::quickCheck() {
   return check.text(0) ? check.text(0) : "";
 }
 
-std::map<std::int32_t, std::int64_t> StoreReader::ordersByStatus() {
-  std::map<std::int32_t, std::int64_t> counts;
-  SqliteStatement query(db_, "SELECT status, count(*) FROM local GROUP BY status;");
-  if (!query.ok()) {
-    error_ = db_ ? sqlite3_errmsg(db_) : error_;
-    return counts;
-  }
-  while (query.step() == SQLITE_ROW)
-    counts[query.integer(0)] = sqlite3_column_int64(query.get(), 1);
-  return counts;
-}
-
-std::vector<std::string> StoreReader::pendingPictures() {
-  std::vector<std::string> paths;
-  SqliteStatement query(db_, "SELECT path FROM local WHERE status = 0 AND path IS NOT NULL;");
-  while (query.ok() && query.step() == SQLITE_ROW) paths.emplace_back(query.text(0));
-  return paths;
-}
-
 std::pair<std::int64_t, std::int64_t> StoreReader::pendingOrders() {
-  const std::vector<std::string> pictures = pendingPictures();
+  const auto pictures = rows("SELECT path FROM local WHERE status = 0 AND path IS NOT NULL;");
   const auto now = std::filesystem::file_time_type::clock::now();
   std::int64_t oldest = -1;
-  for (const std::string& path : pictures) {
+  for (const auto& row : pictures) {
     std::error_code error;
-    const auto written = std::filesystem::last_write_time(toPath(path), error);
+    const auto written = std::filesystem::last_write_time(toPath(row[0]), error);
     if (!error)
       oldest = std::max<std::int64_t>(oldest, std::chrono::duration_cast<std::chrono::seconds>(now - written).count());
   }

@@ -5,7 +5,6 @@
 #include <sqlite3.h>
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,10 +23,6 @@ class StoreReader {
 
   // "ok", or what SQLite's quick check found first.
   std::string quickCheck();
-  // Orders of table local by status; empty with error() set when they cannot be read.
-  std::map<std::int32_t, std::int64_t> ordersByStatus();
-  // The picture paths of the pending orders.
-  std::vector<std::string> pendingPictures();
   // The pending orders, and the oldest one's age in seconds (-1 without one): the store keeps
   // no time for a pending order, its picture file was written when it was taken in.
   std::pair<std::int64_t, std::int64_t> pendingOrders();

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -76,12 +75,10 @@ class ServiceJourney : public ::testing::Test {
   int runCommand(const std::vector<std::string>& args) {
     std::vector<std::string> argv = binary();
     argv.insert(argv.end(), args.begin(), args.end());
-    ChildProcess command(argv, root.file(work), environment());
-    const int status = command.waitForExit(90s);
-    commandOut = command.out() + command.err();
+    const int code = runToEnd(argv, root.file(work), environment(), 90s, commandOut);
     // The Windows exe ends its lines with CR LF; the lines are what is compared.
     commandOut.erase(std::remove(commandOut.begin(), commandOut.end(), '\r'), commandOut.end());
-    return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return code;
   }
   std::string syncLog() { return root.read("sandbox/sync.log"); }
   // The last object the backend received for a task, or "".

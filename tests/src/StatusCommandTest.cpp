@@ -2,8 +2,6 @@
 // tool acts on; also beside the running service.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -39,12 +37,7 @@ struct Kiosk {
   void age(const std::string& name, std::chrono::seconds ago) {
     fs::last_write_time(dir.file(name), fs::file_time_type::clock::now() - ago);
   }
-  int status() {
-    ChildProcess command({KPS_BINARY, "--status"}, dir.path());
-    const int result = command.waitForExit(20s);
-    out = command.out() + command.err();
-    return result >= 0 && WIFEXITED(result) ? WEXITSTATUS(result) : -1;
-  }
+  int status() { return runToEnd({KPS_BINARY, "--status"}, dir.path(), {}, 20s, out); }
   TempDir dir;
   std::string out;
 };

@@ -54,6 +54,15 @@ void ChildProcess::kill() {
   pid_ = -1;
 }
 
+int runToEnd(const std::vector<std::string>& argv, const std::string& workDir,
+             const std::map<std::string, std::string>& env, std::chrono::milliseconds limit,
+             std::string& output) {
+  ChildProcess command(argv, workDir, env);
+  const int status = command.waitForExit(limit);
+  output = command.out() + command.err();
+  return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 int freeLoopbackPort() {
   const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};

@@ -33,6 +33,12 @@ class ChildProcess {
   int status_ = -1;
 };
 
+// Runs a command to its end, bounded by `limit` (killed after it): its exit code, -1 when it
+// did not end by itself; its standard output and then its standard error in `output`.
+int runToEnd(const std::vector<std::string>& argv, const std::string& workDir,
+             const std::map<std::string, std::string>& env, std::chrono::milliseconds limit,
+             std::string& output);
+
 // A loopback port no one listens on now, for a daemon a test starts.
 int freeLoopbackPort();
 
