@@ -59,6 +59,7 @@ const std::vector<ConfigSetting>& configSettings() {
       {"LogFile", "folder", &V::LogFolder, nullptr, 0, true},
       {"LogFile", "keepDays", nullptr, &V::LogKeepDays, 0, true},
       {"StatusFile", "path", &V::StatusFilePath, nullptr, 0, true},
+      {"TimedOutJobs", "value", &V::TimedOutJobs, nullptr, 0, true},
   };
   return settings;
 }

@@ -27,6 +27,7 @@ struct PrinterConfigValues {
   std::string LogFolder;                  // opt-in [LogFile]; empty: the standard streams only
   std::int32_t LogKeepDays = 0;           // 0: the default, 14
   std::string StatusFilePath;             // opt-in [StatusFile]; empty: none
+  std::string TimedOutJobs;               // opt-in; "cancel": a timed-out job is cancelled
 };
 
 // One setting of config.ini: its section and key, and where its value goes.

@@ -18,7 +18,13 @@ namespace {
 std::string shown(const ConfigSetting& setting, const PrinterConfigValues& values) {
   const std::string section = setting.section;
   if (setting.text && setting.optional && (values.*setting.text).empty()) return "not set";
-  if (setting.text) return "\"" + values.*setting.text + "\"";
+  if (setting.text) {
+    const std::string& value = values.*setting.text;
+    if (section != "TimedOutJobs") return "\"" + value + "\"";
+    return "\"" + value + "\"" +
+           (value == "cancel" ? " (a job that times out is cancelled)"
+                              : " (not \"cancel\": a job that times out stays queued)");
+  }
   const std::int32_t value = values.*setting.number;
   std::string text = std::to_string(value);
   if (section == "PictureRetentionDays")

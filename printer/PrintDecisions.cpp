@@ -77,6 +77,18 @@ std::int32_t waitForJob(const std::function<std::optional<std::int32_t>()>& quer
   return -7;
 }
 
+std::int32_t cancelIfTimedOut(std::int32_t code, const std::string& printer, std::int32_t jobId,
+                              const std::function<std::string()>& cancel) {
+  if (code != -7 || !PrinterSettings.cancelTimedOutJobs) return code;
+  const std::string job = "job " + std::to_string(jobId) + " on printer " + printer;
+  logLine(KPS_TAG_PRINTER, __LINE__, "Cancelling the timed-out ", job);
+  const std::string failure = cancel();
+  if (!failure.empty())
+    logLine(KPS_TAG_PRINTER, __LINE__, "Could not cancel the timed-out ",
+            job + " (" + failure + "); it may still print");
+  return code;
+}
+
 JobWaitClock systemJobWaitClock() {
 #ifdef _WIN32
   return JobWaitClock{[] { return static_cast<std::uint32_t>(GetTickCount()); },

@@ -60,6 +60,12 @@ std::int32_t waitForJob(const std::function<std::optional<std::int32_t>()>& quer
 // The real clock: a monotonic millisecond tick and a sleeping pause.
 JobWaitClock systemJobWaitClock();
 
+// [TimedOutJobs] cancel: a copy that timed out after its job was submitted has that job
+// cancelled before the code goes back, so that a time-out never prints later. `cancel` asks the
+// spooler and gives "" when it did, else why not. The code itself is never changed.
+std::int32_t cancelIfTimedOut(std::int32_t code, const std::string& printer, std::int32_t jobId,
+                              const std::function<std::string()>& cancel);
+
 // The printer diagnostics' wide lines, written as UTF-8 to standard output or error.
 void wideOut(const std::wstring& line);
 void wideErr(const std::wstring& line);

@@ -25,6 +25,7 @@ PrinterSettingsRecord printerSettingsFrom(const PrinterConfigValues& config) {
   settings.pictureRetentionDays = config.PictureRetentionDays;
   settings.logFolder = config.LogFolder;
   settings.statusFile = config.StatusFilePath;
+  settings.cancelTimedOutJobs = config.TimedOutJobs == "cancel";
   return settings;
 }
 

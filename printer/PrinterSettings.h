@@ -24,6 +24,7 @@ struct PrinterSettingsRecord {
   std::int32_t pictureRetentionDays = 0;
   std::string logFolder;
   std::string statusFile;
+  bool cancelTimedOutJobs = false;  // [TimedOutJobs] value=cancel
 };
 
 // Defined with the other process-wide objects, first among them.

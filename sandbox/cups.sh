@@ -3,11 +3,14 @@
 #
 #   cups.sh start DIR CUPS_PORT EVE_PORT   start dbus, ippeveprinter and cupsd under DIR
 #   cups.sh stop DIR                        stop them by their PIDs
+#   cups.sh restart DIR                     stop the scheduler alone and start it again
 #
 # Queues: "kps-virtual" (ippeveprinter, colour, keeps every document in DIR/eve with the job's
 # attributes beside it in DOC.attrs),
 # "kps-file" (fast, file:///dev/null), "kps-script" (backend DIR/serverbin/backend/kps-script,
-# whose behaviour is read from DIR/script-mode: ok, media-empty, offline, fail, hang).
+# whose behaviour is read from DIR/script-mode: ok, media-empty, offline, fail, stop, hang; a
+# waiting mode ends when the file says ok again or DIR/release-JOB exists, and each job that
+# came out is a line, its id, in DIR/pages).
 # Clients use CUPS_SERVER=localhost:CUPS_PORT.
 set -euo pipefail
 
@@ -26,7 +29,23 @@ stop() {
   done
 }
 
+# The scheduler, in the foreground of a background job, answering before this returns.
+start_cupsd() {
+  cupsd -f -c "$dir/etc/cupsd.conf" -s "$dir/etc/cups-files.conf" >>"$dir/log/cupsd.out" 2>&1 &
+  echo $! > "$dir/cupsd.pid"
+  export CUPS_SERVER
+  CUPS_SERVER=localhost:$(sed -n 's/^Listen 127.0.0.1://p' "$dir/etc/cupsd.conf")
+  for _ in $(seq 100); do lpstat -r 2>/dev/null | grep -qx 'scheduler is running' && break; sleep 0.1; done
+}
+
 if [ "$cmd" = stop ]; then stop; exit 0; fi
+if [ "$cmd" = restart ]; then
+  pid=$(cat "$dir/cupsd.pid")
+  kill "$pid"
+  for _ in $(seq 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
+  start_cupsd
+  exit 0
+fi
 
 cups_port=${3:?cups port}
 eve_port=${4:?ippeveprinter port}
@@ -45,19 +64,28 @@ cat > "$dir/serverbin/backend/kps-script" <<SCRIPT
 [ \$# -eq 0 ] && { echo 'direct kps-script "Unknown" "kps test backend"'; exit 0; }
 mode=\$(cat "$dir/script-mode" 2>/dev/null || echo ok)
 echo "STATE: -media-empty-error,offline-report" >&2
-cat > /dev/null
 case "\$mode" in
-  media-empty) echo "STATE: +media-empty-error" >&2; exec sleep 3600 ;;
-  offline) echo "STATE: +offline-report" >&2; exec sleep 3600 ;;
+  media-empty) echo "STATE: +media-empty-error" >&2 ;;
+  offline) echo "STATE: +offline-report" >&2 ;;
   fail) exit 1 ;;
   stop) exit 4 ;;
-  hang) exec sleep 3600 ;;
 esac
+[ "\$mode" = hang ] && cat > /dev/null
+# Paper out, offline or stalled mid-page until the mode says ok again, or DIR/release-JOB is
+# there: then the page comes out.
+while [ "\$mode" != ok ] && [ ! -e "$dir/release-\$1" ]; do
+  sleep 0.2
+  mode=\$(cat "$dir/script-mode" 2>/dev/null || echo ok)
+done
+echo "STATE: -media-empty-error,offline-report" >&2
+cat > /dev/null
+echo "\$1" >> "$dir/pages"
 exit 0
 SCRIPT
 chmod 755 "$dir/serverbin/backend/kps-script"
 echo ok > "$dir/script-mode"
-chmod 666 "$dir/script-mode"
+: > "$dir/pages"
+chmod 666 "$dir/script-mode" "$dir/pages"
 
 cat > "$dir/etc/cups-files.conf" <<CONF
 ServerRoot $dir/etc
@@ -125,11 +153,7 @@ DBUS_SYSTEM_BUS_ADDRESS="unix:path=$dir/run/dbus.sock" \
 echo $! > "$dir/ippeveprinter.pid"
 
 cupsd -t -c "$dir/etc/cupsd.conf" -s "$dir/etc/cups-files.conf" >/dev/null
-cupsd -f -c "$dir/etc/cupsd.conf" -s "$dir/etc/cups-files.conf" >"$dir/log/cupsd.out" 2>&1 &
-echo $! > "$dir/cupsd.pid"
-
-export CUPS_SERVER="localhost:$cups_port"
-for _ in $(seq 100); do lpstat -r >/dev/null 2>&1 && break; sleep 0.1; done
+start_cupsd
 for _ in $(seq 100); do
   ipptool -q "ipp://localhost:$eve_port/ipp/print" get-printer-attributes.test 2>/dev/null && break
   sleep 0.1

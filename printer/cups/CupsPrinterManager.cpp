@@ -307,8 +307,9 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
       !(cupsGetDestMediaByName(CUPS_HTTP_DEFAULT, dest.get(), info.get(), media->size.c_str(),
                                CUPS_MEDIA_FLAGS_DEFAULT, &page) ||
         cupsGetDestMediaDefault(CUPS_HTTP_DEFAULT, dest.get(), info.get(), 0, &page))) {
-    std::cerr << "Unable to open printer" << std::endl;
-    return kPrintTimeOut;
+    // Where Windows could not make the printer's device context: the same -8.
+    std::cerr << "Unable to read the printer's media" << std::endl;
+    return kPrintDeviceContext;
   }
   std::int32_t code = kPrintOk;
   const std::string pdf = renderPage(picture.get(), page, *size, code);
@@ -334,11 +335,17 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
     return kPrintDocumentStart;
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(jobWaitTiming().settleMs));
-  return WaitForJobCompletion(name.c_str(), jobId);
+  return cancelIfTimedOut(WaitForJobCompletion(name.c_str(), jobId), name, jobId,
+                          [&]() -> std::string {
+                            if (cupsCancelDestJob(CUPS_HTTP_DEFAULT, dest.get(), jobId) == IPP_STATUS_OK)
+                              return "";
+                            return cupsLastErrorString();
+                          });
 }
 
 std::int32_t PrinterManager::WaitForJobCompletion(PrinterHandle printer, std::int32_t jobId) {
   const std::string name = printer;
+  bool unreachable = false;  // said once per wait
   return waitForJob(
       [&]() -> std::optional<std::int32_t> {
         CupsJobView view;
@@ -352,6 +359,13 @@ std::int32_t PrinterManager::WaitForJobCompletion(PrinterHandle printer, std::in
                   "GetJob failed: job might have been deleted or finished. Error code:",
                   static_cast<std::uint32_t>(cupsLastError()));
           view.known = false;
+        } else if (!job && cupsLastError() == IPP_STATUS_ERROR_SERVICE_UNAVAILABLE) {
+          // A scheduler restarting keeps its jobs and runs them again: ask again until the limit.
+          if (!unreachable)
+            std::cerr << "GetJob: the scheduler cannot be reached, asking again: " << cupsLastErrorString()
+                      << std::endl;
+          unreachable = true;
+          return std::nullopt;
         } else if (!job || cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
           std::cerr << "GetJob failed. Error code: " << cupsLastError() << std::endl;
           return kPrintNotPrinter;

@@ -72,7 +72,7 @@ std::optional<std::int32_t> resultForCupsJob(const CupsJobView& job) {
   if (has(job.printerReasons, "media-empty") || has(job.printerReasons, "media-needed") ||
       has(job.jobReasons, "media-empty") || has(job.jobReasons, "media-needed"))
     return -3;
-  if (job.state == IPP_JSTATE_HELD) return -4;
+  // A held job waits for someone at the PC, as a paused job does on Windows: until the limit.
   return std::nullopt;
 }
 

@@ -20,6 +20,7 @@ struct Win32Api {
   decltype(&::SetPrinterA) SetPrinterA = ::SetPrinterA;
   decltype(&::DocumentPropertiesA) DocumentPropertiesA = ::DocumentPropertiesA;
   decltype(&::GetJobA) GetJobA = ::GetJobA;
+  decltype(&::SetJobW) SetJobW = ::SetJobW;
   decltype(&::DeviceCapabilitiesW) DeviceCapabilitiesW = ::DeviceCapabilitiesW;
   decltype(&::CreateDCW) CreateDCW = ::CreateDCW;
   decltype(&::StartDocW) StartDocW = ::StartDocW;

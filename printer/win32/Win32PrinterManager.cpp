@@ -308,7 +308,12 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   if (!drawn) return kPrintDrawing;
   Sleep(jobWaitTiming().settleMs);
   gdiplus.keepStarted();
-  return WaitForJobCompletion(printer.get(), jobId);
+  return cancelIfTimedOut(WaitForJobCompletion(printer.get(), jobId), wideToUtf8(fullName), jobId,
+                          [&]() -> std::string {
+                            if (api().SetJobW(printer.get(), jobId, 0, nullptr, JOB_CONTROL_DELETE))
+                              return "";
+                            return "SetJob error " + std::to_string(GetLastError());
+                          });
 }
 
 std::int32_t PrinterManager::WaitForJobCompletion(PrinterHandle printer, std::int32_t jobId) {

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
+#include <future>
 #include <regex>
 #include <thread>
 
@@ -32,6 +34,7 @@ class CupsPrinterTest : public ::testing::Test {
   }
   void TearDown() override {
     jobWaitTiming() = saved_;
+    PrinterSettings.cancelTimedOutJobs = false;
     sh("cancel -a kps-script; cupsenable kps-script; cupsaccept kps-file; cupsenable kps-file");
     clearReasons();
   }
@@ -43,6 +46,21 @@ class CupsPrinterTest : public ::testing::Test {
       if (output("lpstat -W completed -o kps-script").find(id) != std::string::npos) break;
       std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
+  }
+  // The newest job id the scheduler gave, 0 for none.
+  int lastJob() {
+    const std::string all = output("lpstat -W all -o");
+    static const std::regex id(R"(-(\d+) )");
+    int last = 0;
+    for (std::sregex_iterator it(all.begin(), all.end(), id), end; it != end; ++it)
+      last = std::max(last, std::stoi((*it)[1].str()));
+    return last;
+  }
+  // Polls the scheduler for a state, for at most 20 s.
+  bool waitFor(const std::function<bool()>& done) {
+    for (int i = 0; i < 200; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(100)))
+      if (done()) return true;
+    return false;
   }
   // Submits a tiny job with lp and returns its id.
   int submit(const std::string& queue, const std::string& options = "") {
@@ -114,51 +132,94 @@ TEST_F(CupsPrinterTest, ParametersBecomeTheQueueDefaultsOrFailWithTheirCodes) {
   EXPECT_NE(out.text().find("printer type error\n"), std::string::npos);
 }
 
-TEST_F(CupsPrinterTest, JobStatesMapToResultCodes) {
-  // Held.
-  int job = submit("kps-script", "-H indefinite");
-  ASSERT_GT(job, 0);
-  EXPECT_EQ(manager.WaitForJobCompletion("kps-script", job), -4);
-  ASSERT_EQ(sh("cancel kps-script-" + std::to_string(job)), 0);
-  // Cancelled.
-  EXPECT_EQ(manager.WaitForJobCompletion("kps-script", job), -1);
-  // Forgotten by the scheduler.
+// What no situation of the printer-failure table reaches: a job the scheduler has forgotten,
+// and one a failing backend aborted.
+TEST_F(CupsPrinterTest, ForgottenAndAbortedJobs) {
   {
     OutputWatcher out;
     EXPECT_EQ(manager.WaitForJobCompletion("kps-script", 999999), 0);
     EXPECT_NE(out.text().find("] GetJob failed: job might have been deleted or finished. Error code:1030\n"),
               std::string::npos) << out.text();
   }
-  // Completed.
-  job = submit("kps-script");
-  EXPECT_EQ(manager.WaitForJobCompletion("kps-script", job), 0);
-  // Aborted by a failing backend.
   cups->setScriptMode("fail");
-  job = submit("kps-script");
-  EXPECT_EQ(manager.WaitForJobCompletion("kps-script", job), -1);
-  // Media empty; offline.
-  for (const auto& [mode, code] : {std::pair{"media-empty", -3}, {"offline", -2}}) {
-    cups->setScriptMode(mode);
-    job = submit("kps-script");
-    EXPECT_EQ(manager.WaitForJobCompletion("kps-script", job), code) << mode;
-    sh("cancel -a kps-script");
+  EXPECT_EQ(manager.WaitForJobCompletion("kps-script", submit("kps-script")), -1);
+}
+
+// The README's "When the printer fails", CUPS column: each situation through a whole copy on
+// the scripted queue, then what comes out once the situation ends (paper loaded, job released).
+TEST_F(CupsPrinterTest, WhenThePrinterFails) {
+  const std::string picture = dir.file("photo.jpg");
+  ASSERT_TRUE(writeTestJpeg(picture, 40, 60));
+  const std::string gone = "lpadmin -p kps-gone -E -v kps-script:/gone -m lsb/usr/cupsfilters/Generic-PDF_Printer-PDF.ppd";
+  const auto hold = [](const char* until) { return "lpadmin -p kps-script -o job-hold-until-default=" + std::string(until); };
+  const auto printing = [this](const std::string& queue, int job) {
+    return waitFor([&] { return output("lpstat -p " + queue).find("now printing " + queue + "-" + std::to_string(job)) != std::string::npos; });
+  };
+  struct Row {
+    const char* situation;
+    const char* mode;                     // the backend as the job reaches it
+    bool cancel;                          // [TimedOutJobs] value=cancel
+    std::string queue, before;            // a command before the copy
+    std::function<void(int job)> during;  // once the copy's job exists
+    std::int32_t code;
+    std::function<void(int job)> after;   // the situation ends
+    bool comesOut;
+  };
+  const auto load = [](int) { cups->setScriptMode("ok"); };
+  const Row rows[] = {
+      {"paper out before the job starts", "media-empty", false, "kps-script", "", nullptr, -3, load, true},
+      {"paper out mid-job, refilled after the time-out", "hang", false, "kps-script", "", nullptr, -7, load, true},
+      {"the same with cancel", "hang", true, "kps-script", "", nullptr, -7, load, false},
+      {"switched off during the job", "offline", false, "kps-script", "", nullptr, -2, load, true},
+      {"queue stopped before the copy", "ok", false, "kps-script", "cupsdisable kps-script", nullptr, -1,
+       [](int) { sh("cupsenable kps-script"); }, false},
+      {"queue removed mid-run", "hang", false, "kps-gone", gone,
+       [&](int job) { ASSERT_TRUE(printing("kps-gone", job)); ASSERT_EQ(sh("lpadmin -x kps-gone"), 0); }, -1,
+       [&](int) { EXPECT_EQ(manager.PrintImage(L"kps-gone", utf8ToWide(picture), "postcards"), -1); }, false},
+      {"job held", "ok", false, "kps-script", hold("indefinite"), nullptr, -7,
+       [&](int job) { sh(hold("no-hold") + "; lp -i kps-script-" + std::to_string(job) + " -H resume"); }, true},
+      {"the same with cancel", "ok", true, "kps-script", hold("indefinite"), nullptr, -7,
+       [&](int job) { sh(hold("no-hold") + "; lp -i kps-script-" + std::to_string(job) + " -H resume"); }, false},
+      {"job cancelled at the PC", "hang", false, "kps-script", "",
+       [&](int job) { ASSERT_TRUE(printing("kps-script", job)); ASSERT_EQ(sh("cancel kps-script-" + std::to_string(job)), 0); },
+       -1, load, false},
+      {"scheduler restarted mid-job", "hang", false, "kps-script", "",
+       [&](int job) { ASSERT_TRUE(printing("kps-script", job)); cups->restartScheduler(); load(job); }, 0, nullptr, true},
+      {"job waiting behind another", "hang", false, "kps-script", "lp -d kps-script " + dir.write("ahead.txt", "page\n"),
+       [&](int job) { ASSERT_TRUE(printing("kps-script", job - 1)); load(job); }, 0, nullptr, true},
+  };
+  jobWaitTiming().limitMs = 4000;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.situation);
+    PrinterSettings.cancelTimedOutJobs = row.cancel;
+    cups->setScriptMode(row.mode);
+    if (!row.before.empty()) {
+      ASSERT_EQ(sh(row.before), 0);
+    }
+    const int last = lastJob();
+    OutputWatcher log;
+    auto copy = std::async(std::launch::async, [&] { return manager.PrintImage(utf8ToWide(row.queue), utf8ToWide(picture), "postcards"); });
+    int job = 0;
+    if (row.during) {
+      ASSERT_TRUE(waitFor([&] { return (job = lastJob()) > last; }));
+      row.during(job);
+    }
+    const std::int32_t code = copy.get();
+    EXPECT_EQ(code, row.code);
+    if (lastJob() > last) job = lastJob();
+    const std::string line = "] Cancelling the timed-out job " + std::to_string(job) + " on printer " + row.queue + "\n";
+    EXPECT_EQ(log.text().find(line) != std::string::npos, row.cancel) << log.text();
+    // A printed copy is out when the copy returns; any other comes out, if at all, afterwards.
+    const auto cameOut = [&] { return job > 0 && ("\n" + cups->pages()).find("\n" + std::to_string(job) + "\n") != std::string::npos; };
+    if (code == 0) {
+      EXPECT_TRUE(cameOut());
+    }
+    if (row.after) row.after(job);
+    ASSERT_TRUE(waitFor([&] { return output("lpstat -o").find("-" + std::to_string(job) + " ") == std::string::npos; }));
+    EXPECT_EQ(cameOut(), row.comesOut) << cups->pages();
+    sh(hold("no-hold") + "; cancel -a kps-script");
     clearReasons();
   }
-  // Never finishing: the wait times out, the job stays queued.
-  cups->setScriptMode("hang");
-  job = submit("kps-script");
-  {
-    OutputWatcher out;
-    EXPECT_EQ(manager.WaitForJobCompletion("kps-script", job), -7);
-    EXPECT_NE(out.text().find("] WaitForJobCompletion timed out.\n"), std::string::npos);
-  }
-  EXPECT_NE(output("lpstat -o kps-script").find("kps-script-" + std::to_string(job)), std::string::npos);
-  sh("cancel -a kps-script");
-  // A stopped queue.
-  cups->setScriptMode("ok");
-  ASSERT_EQ(sh("cupsdisable kps-script"), 0);
-  job = submit("kps-script");
-  EXPECT_EQ(manager.WaitForJobCompletion("kps-script", job), -2);
 }
 
 TEST_F(CupsPrinterTest, PrintedPageHasThePictureAtItsSizeTopLeft) {

@@ -26,6 +26,11 @@ class PrivateCups {
   ~PrivateCups() { sh(script_ + " stop " + state_.path()); }
 
   void setScriptMode(const std::string& mode) const { state_.write("script-mode", mode + "\n"); }
+  // The jobs of kps-script whose page came out, in order.
+  std::string pages() const { return state_.read("pages"); }
+  // Stops the scheduler alone and starts it again; it keeps its jobs.
+  void restartScheduler() const { sh(script_ + " restart " + state_.path()); }
+  std::string stateDir() const { return state_.path(); }
   std::string keptDocumentsDir() const { return state_.file("eve"); }
 
  private:

@@ -221,6 +221,98 @@ TEST_F(Win32Printer, InstalledPrintersWithTheirStateAndWhatTheDriverOffers) {
   EXPECT_FALSE(manager.OfferedMedia(L"kps-missing").known);
 }
 
+// The README's "When the printer fails", Windows column: the spooler's answers to the job
+// queries are scripted (Wine hands a job to CUPS at EndDoc and then no longer knows it), the
+// rest of the copy is Wine's. What SetJobW was asked is noted, not passed on.
+struct JobAnswer {
+  DWORD status;  // the job's status word, or
+  DWORD error;   // the error its query fails with
+};
+std::vector<JobAnswer> answers;
+std::size_t asked = 0;
+int startedJob = 0, endedDocuments = 0;
+std::vector<std::pair<DWORD, DWORD>> jobControls;  // job id, command
+DWORD setJobError = 0;
+TEST_F(Win32Printer, WhenThePrinterFails) {
+  ReplacedCalls replaced;
+  Win32Api& api = win32Api();
+  api.GetJobA = [](HANDLE, DWORD, DWORD, LPBYTE buffer, DWORD, LPDWORD needed) -> BOOL {
+    const JobAnswer answer = answers[std::min(buffer ? asked - 1 : asked++, answers.size() - 1)];
+    if (answer.error) return SetLastError(answer.error), FALSE;
+    *needed = sizeof(JOB_INFO_1A);
+    if (!buffer) return SetLastError(ERROR_INSUFFICIENT_BUFFER), FALSE;
+    *reinterpret_cast<JOB_INFO_1A*>(buffer) = JOB_INFO_1A{};
+    reinterpret_cast<JOB_INFO_1A*>(buffer)->Status = answer.status;
+    return TRUE;
+  };
+  api.SetJobW = [](HANDLE, DWORD job, DWORD, LPBYTE, DWORD command) -> BOOL {
+    jobControls.emplace_back(job, command);
+    return setJobError ? (SetLastError(setJobError), FALSE) : TRUE;
+  };
+  api.StartDocW = [](HDC dc, const DOCINFOW* document) { return startedJob = kSystem.StartDocW(dc, document); };
+  api.EndDoc = [](HDC dc) { return ++endedDocuments, kSystem.EndDoc(dc); };
+  api.EnumPrintersW = [](DWORD flags, LPWSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed, LPDWORD returned) {
+    const BOOL ok = kSystem.EnumPrintersW(flags, name, level, buffer, size, needed, returned);
+    for (DWORD i = 0; ok && buffer && level == 2 && i < *returned; ++i)
+      reinterpret_cast<PRINTER_INFO_2W*>(buffer)[i].Attributes |= addedAttributes;
+    return ok;
+  };
+  api.GdipDrawImageRectI = [](Gdiplus::GpGraphics* g, Gdiplus::GpImage* i, INT x, INT y, INT w, INT h) {
+    return failing == "draw" ? Gdiplus::GenericError : kSystem.GdipDrawImageRectI(g, i, x, y, w, h);
+  };
+  api.CreateDCW = [](LPCWSTR driver, LPCWSTR device, LPCWSTR port, const DEVMODEW* mode) {
+    return failing == "dc" ? nullptr : kSystem.CreateDCW(driver, device, port, mode);
+  };
+  constexpr DWORD kPrinting = JOB_STATUS_PRINTING;
+  struct Row {
+    const char* situation;
+    std::vector<JobAnswer> answers;
+    bool cancel;          // [TimedOutJobs] value=cancel
+    DWORD setJobError;    // the spooler refuses the cancel
+    const char* failing;  // "offline" (the printer works offline), "dc", "draw"
+    std::int32_t code;
+    int documentsEnded;   // 1: the page went to the spooler
+  };
+  const Row rows[] = {
+      {"paper out before the job starts", {{JOB_STATUS_PAPEROUT, 0}}, false, 0, "", -3, 1},
+      {"paper out mid-job, refilled after the time-out", {{kPrinting, 0}}, false, 0, "", -7, 1},
+      {"the same with cancel", {{kPrinting, 0}}, true, 0, "", -7, 1},
+      {"the same, the spooler refusing the cancel", {{kPrinting, 0}}, true, ERROR_ACCESS_DENIED, "", -7, 1},
+      {"switched off during the job", {{kPrinting, 0}, {kPrinting | JOB_STATUS_OFFLINE, 0}}, false, 0, "", -2, 1},
+      {"working offline before the copy", {{0, 0}}, false, 0, "offline", -1, 0},
+      {"queue removed mid-run", {{kPrinting, 0}, {0, ERROR_INVALID_PARAMETER}}, false, 0, "", 0, 1},
+      {"job held", {{JOB_STATUS_PAUSED, 0}}, false, 0, "", -7, 1},
+      {"the same with cancel", {{JOB_STATUS_PAUSED, 0}}, true, 0, "", -7, 1},
+      {"job cancelled at the PC", {{kPrinting, 0}, {0, ERROR_INVALID_PARAMETER}}, false, 0, "", 0, 1},
+      {"job cancelled at the PC, asked while it is deleted", {{kPrinting, 0}, {JOB_STATUS_DELETING, 0}}, false, 0, "", -1, 1},
+      {"spooler restarted mid-job", {{kPrinting, 0}, {0, ERROR_INVALID_HANDLE}}, false, 0, "", 0, 1},
+      {"job waiting behind another", {{0, 0}}, false, 0, "", 0, 1},
+      {"the picture cannot be drawn", {{0, 0}}, false, 0, "draw", -10, 1},
+      {"the printer's device context cannot be made", {{0, 0}}, false, 0, "dc", -8, 0},
+  };
+  jobWaitTiming() = JobWaitTiming{10, 50, 500};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.situation);
+    answers = row.answers, asked = 0, startedJob = endedDocuments = 0, jobControls.clear();
+    setJobError = row.setJobError, failing = row.failing;
+    addedAttributes = failing == "offline" ? PRINTER_ATTRIBUTE_WORK_OFFLINE : 0;
+    PrinterSettings.cancelTimedOutJobs = row.cancel;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(manager.PrintImage(L"virtual", env("KPS_TEST_PICTURE"), "postcards"), row.code);
+    std::string log = testing::internal::GetCapturedStdout();
+    log.erase(std::remove(log.begin(), log.end(), '\r'), log.end());  // a Windows text stream's line ends
+    EXPECT_EQ(endedDocuments, row.documentsEnded);
+    const std::string job = "job " + std::to_string(startedJob) + " on printer kps-virtual";
+    using Controls = std::vector<std::pair<DWORD, DWORD>>;
+    const Controls cancelled = {{startedJob, JOB_CONTROL_DELETE}};
+    EXPECT_EQ(jobControls, row.cancel ? cancelled : Controls());
+    EXPECT_EQ(log.find("] Cancelling the timed-out " + job + "\n") != std::string::npos, row.cancel) << log;
+    EXPECT_EQ(log.find("] Could not cancel the timed-out " + job + " (SetJob error 5); it may still print\n") != std::string::npos,
+              row.setJobError != 0) << log;
+  }
+  failing.clear(), addedAttributes = 0, PrinterSettings.cancelTimedOutJobs = false;
+}
+
 // With no device mode in the printer's record, the driver is asked for one's size: 0 ends with
 // 6; a negative size is no allocation that can succeed, 7; its own size works.
 TEST_F(Win32Printer, PrinterRecordWithoutDeviceMode) {
