@@ -98,6 +98,16 @@ class ServiceJourney : public ::testing::Test {
     return pages;
   }
 
+  // The newest job the sandbox's scheduler gave, 0 for none.
+  int lastJob() { return newestCupsJob("CUPS_SERVER=localhost:18631 "); }
+  // The kps-script jobs that came out.
+  std::set<int> pagesOut() {
+    std::istringstream lines(root.read("sandbox/cups/pages"));
+    std::set<int> jobs;
+    for (int job; lines >> job;) jobs.insert(job);
+    return jobs;
+  }
+
   TempDir root;
   const std::string data = root.file("sandbox"), work = "work";
   std::string mounted;  // a file system the test mounted, unmounted when it ends

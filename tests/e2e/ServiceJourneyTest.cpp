@@ -129,14 +129,75 @@ TEST_F(ServiceJourney, AFullDiskIsWaitedOutAndNothingIsLost) {
   EXPECT_EQ(db.scalar("PRAGMA integrity_check"), "ok");
 }
 
-// Takes its minute: the queue never finishes the job, so the wait runs out.
-TEST_F(ServiceJourney, SlowQueueNeverFinishingTimesOutAfterAMinute) {
-  root.write("sandbox/cups/script-mode", "hang");
+// Paper out mid-job, refilled after the time-out, once as the service always was and once with
+// [TimedOutJobs] value=cancel: the order says IPP_TIME_OUT both times, but only the first job
+// comes out after the refill. Takes two minutes: each wait runs its whole minute.
+TEST_F(ServiceJourney, PaperOutMidJobRefilledAfterTheTimeOut) {
   writeConfig("kps-script", "256", "258");
   putPicture("p/a.jpg");
-  setTasks({task("T-slow", "p/a.jpg")});
+  std::vector<std::string> tasks;
+  for (const bool cancel : {false, true}) {
+    SCOPED_TRACE(cancel ? "cancel" : "as always");
+    const std::string id = cancel ? "T-cancelled" : "T-left";
+    if (cancel) root.write(work + "/config.ini", root.read(work + "/config.ini") + "[TimedOutJobs]\nvalue=cancel\n");
+    root.write("sandbox/cups/script-mode", "hang");
+    tasks.push_back(task(id, "p/a.jpg"));
+    setTasks(tasks);
+    startService();
+    ASSERT_TRUE(waitUntil([&] { return lastReport(id) == report(id, 4, 0, "IPP_TIME_OUT"); }, 120s)) << syncLog();
+    const int job = lastJob();
+    EXPECT_EQ(service->out().find("] Cancelling the timed-out job " + std::to_string(job) + " on printer kps-script\n") !=
+                  std::string::npos, cancel) << service->out();
+    service.reset();
+    root.write("sandbox/cups/script-mode", "ok");  // the paper is refilled
+    ASSERT_TRUE(waitUntil([&] { return output("CUPS_SERVER=localhost:18631 lpstat -o").empty(); }, 30s));
+    EXPECT_EQ(pagesOut().count(job), cancel ? 0u : 1u);
+  }
+}
+
+// The power cut mid-job, for a one-copy order and during the second copy of a three-copy one.
+// The job already handed over still comes out. The one-copy order was still pending, so it
+// prints again when the next run starts; the three-copy order recorded its first copy and
+// is never printed again.
+TEST_F(ServiceJourney, KilledMidJobAndStartedAgain) {
+  writeConfig("kps-script", "256", "258");
+  root.write("sandbox/cups/script-mode", "hang");  // each job waits until the test releases it
+  for (const char* key : {"p/one.jpg", "p/three.jpg", "p/next.jpg"}) putPicture(key);
+  const auto jobAfter = [&](int job) {
+    EXPECT_TRUE(waitUntil([&] { return lastJob() > job; }, 60s));
+    return lastJob();
+  };
+  const auto release = [&](int job) { root.write("sandbox/cups/release-" + std::to_string(job), ""); };
+  setTasks({task("T-one", "p/one.jpg")});
   startService();
-  ASSERT_TRUE(waitUntil([&] { return lastReport("T-slow") == report("T-slow", 4, 0, "IPP_TIME_OUT"); }, 120s)) << syncLog();
+  const int first = jobAfter(0);
+  service->kill();  // the power cut, with the one-copy order's job at the printer
+  release(first);
+
+  setTasks({task("T-one", "p/one.jpg"), task("T-three", "p/three.jpg", 3)});  // a new order starts a run
+  startService();
+  const int again = jobAfter(first);
+  release(again);
+  const int copy1 = jobAfter(again);
+  release(copy1);
+  const int copy2 = jobAfter(copy1);
+  SqliteFile db(root.file("work/PrintData.db"));
+  ASSERT_TRUE(waitUntil([&] { return db.order("T-three") == "2|1|-"; }, 30s)) << db.order("T-three");
+  service->kill();  // the power cut during the second copy
+  release(copy2);
+
+  setTasks({task("T-one", "p/one.jpg"), task("T-three", "p/three.jpg", 3), task("T-next", "p/next.jpg")});
+  startService();
+  const int next = jobAfter(copy2);
+  release(next);
+  ASSERT_TRUE(waitUntil([&] { return lastReport("T-next") == report("T-next", 2, 1) && lastReport("T-three") == report("T-three", 2, 1); }, 90s))
+      << syncLog();
+  EXPECT_EQ(lastReport("T-one"), report("T-one", 2, 1));
+  EXPECT_EQ(db.order("T-one"), "2|1|-");
+  EXPECT_EQ(db.order("T-three"), "2|1|-");
+  // Every job came out: the one-copy order twice, two of the three copies, the next order.
+  ASSERT_TRUE(waitUntil([&] { return pagesOut().size() == 5; }, 30s));
+  EXPECT_EQ(pagesOut(), (std::set<int>{first, again, copy1, copy2, next}));
 }
 
 // [StatusFile]: after a poll, a sync, a printed and a failed order, the heartbeat says each; and

@@ -48,14 +48,7 @@ class CupsPrinterTest : public ::testing::Test {
     }
   }
   // The newest job id the scheduler gave, 0 for none.
-  int lastJob() {
-    const std::string all = output("lpstat -W all -o");
-    static const std::regex id(R"(-(\d+) )");
-    int last = 0;
-    for (std::sregex_iterator it(all.begin(), all.end(), id), end; it != end; ++it)
-      last = std::max(last, std::stoi((*it)[1].str()));
-    return last;
-  }
+  int lastJob() { return newestCupsJob(); }
   // Polls the scheduler for a state, for at most 20 s.
   bool waitFor(const std::function<bool()>& done) {
     for (int i = 0; i < 200; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(100)))

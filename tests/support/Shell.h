@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdio>
+#include <algorithm>
 #include <cstdlib>
+#include <regex>
 #include <string>
 
 namespace kps {
@@ -17,6 +19,16 @@ inline std::string output(const std::string& command) {
     ::pclose(pipe);
   }
   return text;
+}
+
+// The newest job id a CUPS scheduler gave (`prefix` names it, e.g. "CUPS_SERVER=... "); 0 for none.
+inline int newestCupsJob(const std::string& prefix = "") {
+  const std::string all = output(prefix + "lpstat -W all -o");
+  static const std::regex id(R"(-(\d+) )");
+  int last = 0;
+  for (std::sregex_iterator it(all.begin(), all.end(), id), end; it != end; ++it)
+    last = std::max(last, std::stoi((*it)[1].str()));
+  return last;
 }
 
 // A JPEG of width x height, its left half red and its right half blue, so that placement,
