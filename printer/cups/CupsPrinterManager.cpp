@@ -1,6 +1,5 @@
 // PrinterManager on CUPS: destinations for printers, the queue's own defaults for the device
 // mode, a cairo-rendered PDF page for the GDI+ drawing, IPP job attributes for the job status.
-#include <cairo-pdf.h>
 #include <cups/cups.h>
 
 #include <chrono>
@@ -14,6 +13,7 @@
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
 #include "printer/cups/CupsTables.h"
+#include "printer/cups/Page.h"
 #include "printer/cups/Picture.h"
 #include "src/Log.h"
 
@@ -139,47 +139,6 @@ std::string mediaCol(const JobMedia& media) {
   return "{media-size={x-dimension=" + std::to_string(size ? size->width : 0) +
          " y-dimension=" + std::to_string(size ? size->length : 0) + "} media-source=" +
          media.source + " media-type=" + media.type + "}";
-}
-
-cairo_status_t appendToString(void* closure, const unsigned char* data, unsigned int length) {
-  static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), length);
-  return CAIRO_STATUS_SUCCESS;
-}
-
-// Renders the page: media-sized, the picture stretched to widthHi x heightHi hundredths of an
-// inch from the top-left corner of the printable area. Empty on failure, with `code` set.
-std::string renderPage(cairo_surface_t* picture, const cups_size_t& media, const PictureSize& size,
-                       std::int32_t& code) {
-  const double toPoints = 72.0 / 2540.0;  // hundredths of a millimetre to points
-  std::string pdf;
-  CairoSurface page(cairo_pdf_surface_create_for_stream(appendToString, &pdf,
-                                                        media.width * toPoints,
-                                                        media.length * toPoints));
-  if (cairo_surface_status(page.get()) != CAIRO_STATUS_SUCCESS) {
-    code = kPrintDeviceContext;
-    return "";
-  }
-  Cairo cr(cairo_create(page.get()));
-  const double width = size.width * 0.72, height = size.height * 0.72;  // 1/100 in to points
-  const double pictureWidth = cairo_image_surface_get_width(picture);
-  const double pictureHeight = cairo_image_surface_get_height(picture);
-  cairo_translate(cr.get(), media.left * toPoints, media.top * toPoints);
-  if (width > 0 && height > 0 && pictureWidth > 0 && pictureHeight > 0) {
-    cairo_rectangle(cr.get(), 0, 0, width, height);
-    cairo_clip(cr.get());
-    cairo_scale(cr.get(), width / pictureWidth, height / pictureHeight);
-    cairo_set_source_surface(cr.get(), picture, 0, 0);
-    cairo_paint(cr.get());
-  }
-  cairo_show_page(cr.get());
-  const bool drawn = cairo_status(cr.get()) == CAIRO_STATUS_SUCCESS;
-  cr.reset();
-  cairo_surface_finish(page.get());
-  if (!drawn || cairo_surface_status(page.get()) != CAIRO_STATUS_SUCCESS) {
-    code = kPrintDrawing;
-    return "";
-  }
-  return pdf;
 }
 
 }  // namespace

@@ -152,43 +152,45 @@ TEST_F(CupsPrinterTest, WhenThePrinterFails) {
     const char* situation;
     const char* mode;                     // the backend as the job reaches it
     bool cancel;                          // [TimedOutJobs] value=cancel
-    std::string queue, before;            // a command before the copy
+    std::string queue;
+    std::function<void()> before;
     std::function<void(int job)> during;  // once the copy's job exists
     std::int32_t code;
     std::function<void(int job)> after;   // the situation ends
     bool comesOut;
   };
   const auto load = [](int) { cups->setScriptMode("ok"); };
+  const auto shell = [](const std::string& command) { return [command] { ASSERT_EQ(sh(command), 0); }; };
   const Row rows[] = {
-      {"paper out before the job starts", "media-empty", false, "kps-script", "", nullptr, -3, load, true},
-      {"paper out mid-job, refilled after the time-out", "hang", false, "kps-script", "", nullptr, -7, load, true},
-      {"the same with cancel", "hang", true, "kps-script", "", nullptr, -7, load, false},
-      {"switched off during the job", "offline", false, "kps-script", "", nullptr, -2, load, true},
-      {"queue stopped before the copy", "ok", false, "kps-script", "cupsdisable kps-script", nullptr, -1,
+      {"Paper out before the job starts", "media-empty", false, "kps-script", nullptr, nullptr, -3, load, true},
+      {"Paper out mid-job, refilled after the time-out", "hang", false, "kps-script", nullptr, nullptr, -7, load, true},
+      {"Paper out mid-job, refilled after the time-out (with cancel)", "hang", true, "kps-script", nullptr, nullptr, -7, load, false},
+      {"Printer switched off or unplugged during the job", "offline", false, "kps-script", nullptr, nullptr, -2, load, true},
+      {"Printer stopped / working offline before a copy", "ok", false, "kps-script", shell("cupsdisable kps-script"), nullptr, -1,
        [](int) { sh("cupsenable kps-script"); }, false},
-      {"queue removed mid-run", "hang", false, "kps-gone", gone,
+      {"The queue removed mid-run", "hang", false, "kps-gone", shell(gone),
        [&](int job) { ASSERT_TRUE(printing("kps-gone", job)); ASSERT_EQ(sh("lpadmin -x kps-gone"), 0); }, -1,
        [&](int) { EXPECT_EQ(manager.PrintImage(L"kps-gone", utf8ToWide(picture), "postcards"), -1); }, false},
-      {"job held", "ok", false, "kps-script", hold("indefinite"), nullptr, -7,
+      {"A job held", "ok", false, "kps-script", shell(hold("indefinite")), nullptr, -7,
        [&](int job) { sh(hold("no-hold") + "; lp -i kps-script-" + std::to_string(job) + " -H resume"); }, true},
-      {"the same with cancel", "ok", true, "kps-script", hold("indefinite"), nullptr, -7,
+      {"A job held (with cancel)", "ok", true, "kps-script", shell(hold("indefinite")), nullptr, -7,
        [&](int job) { sh(hold("no-hold") + "; lp -i kps-script-" + std::to_string(job) + " -H resume"); }, false},
-      {"job cancelled at the PC", "hang", false, "kps-script", "",
+      {"A job cancelled at the PC", "hang", false, "kps-script", nullptr,
        [&](int job) { ASSERT_TRUE(printing("kps-script", job)); ASSERT_EQ(sh("cancel kps-script-" + std::to_string(job)), 0); },
        -1, load, false},
-      {"scheduler restarted mid-job", "hang", false, "kps-script", "",
+      {"The spooler (scheduler) restarted mid-job", "hang", false, "kps-script", nullptr,
        [&](int job) { ASSERT_TRUE(printing("kps-script", job)); cups->restartScheduler(); load(job); }, 0, nullptr, true},
-      {"job waiting behind another", "hang", false, "kps-script", "lp -d kps-script " + dir.write("ahead.txt", "page\n"),
+      {"A job still waiting behind another after a second", "hang", false, "kps-script", shell("lp -d kps-script " + dir.write("ahead.txt", "page\n")),
        [&](int job) { ASSERT_TRUE(printing("kps-script", job - 1)); load(job); }, 0, nullptr, true},
+      {"The printer's media cannot be read (Windows: no device context)", "ok", false, "kps-raw",
+       shell("lpadmin -p kps-raw -E -v kps-script:/raw"), nullptr, -8, [](int) { sh("lpadmin -x kps-raw"); }, false},
   };
   jobWaitTiming().limitMs = 4000;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.situation);
     PrinterSettings.cancelTimedOutJobs = row.cancel;
     cups->setScriptMode(row.mode);
-    if (!row.before.empty()) {
-      ASSERT_EQ(sh(row.before), 0);
-    }
+    if (row.before) row.before();
     const int last = lastJob();
     OutputWatcher log;
     auto copy = std::async(std::launch::async, [&] { return manager.PrintImage(utf8ToWide(row.queue), utf8ToWide(picture), "postcards"); });

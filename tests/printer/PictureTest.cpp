@@ -1,6 +1,7 @@
 // Picture files as the CUPS layer decodes them: what GDI+ prints must print here too; what is
 // not a whole picture must not.
 #include "printer/cups/Picture.h"
+#include "printer/cups/Page.h"
 
 #include <gtest/gtest.h>
 
@@ -43,6 +44,19 @@ TEST(BadInput, PictureFiles) {
     const auto* row = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(picture.get()));
     EXPECT_EQ(row[0] & 0xF0F0F0, 0xF00000u) << name;   // red on the left
     EXPECT_EQ(row[39] & 0xF0F0F0, 0x0000F0u) << name;  // blue on the right
+  }
+}
+
+// A picture cairo cannot draw (here wider than the 32767 pixels it holds) gives no page at all,
+// so no job is made: -10 without a sheet, where Windows ends the page and may feed a blank one.
+TEST(BadInput, APictureThatCannotBeDrawnGivesNoPage) {
+  const cups_size_t media{"na_index-4x6_4x6in", 10160, 15240, 0, 0, 0, 0};
+  for (const auto& [width, code] : {std::pair{40, 0}, {40000, -10}}) {
+    const CairoSurface picture(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, 60));
+    std::int32_t result = 0;
+    const std::string pdf = renderPage(picture.get(), media, PictureSize{370, 570}, result);
+    EXPECT_EQ(result, code) << width;
+    EXPECT_EQ(pdf.rfind("%PDF-", 0) == 0, code == 0) << width;
   }
 }
 

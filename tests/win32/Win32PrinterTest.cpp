@@ -274,21 +274,21 @@ TEST_F(Win32Printer, WhenThePrinterFails) {
     int documentsEnded;   // 1: the page went to the spooler
   };
   const Row rows[] = {
-      {"paper out before the job starts", {{JOB_STATUS_PAPEROUT, 0}}, false, 0, "", -3, 1},
-      {"paper out mid-job, refilled after the time-out", {{kPrinting, 0}}, false, 0, "", -7, 1},
-      {"the same with cancel", {{kPrinting, 0}}, true, 0, "", -7, 1},
-      {"the same, the spooler refusing the cancel", {{kPrinting, 0}}, true, ERROR_ACCESS_DENIED, "", -7, 1},
-      {"switched off during the job", {{kPrinting, 0}, {kPrinting | JOB_STATUS_OFFLINE, 0}}, false, 0, "", -2, 1},
-      {"working offline before the copy", {{0, 0}}, false, 0, "offline", -1, 0},
-      {"queue removed mid-run", {{kPrinting, 0}, {0, ERROR_INVALID_PARAMETER}}, false, 0, "", 0, 1},
-      {"job held", {{JOB_STATUS_PAUSED, 0}}, false, 0, "", -7, 1},
-      {"the same with cancel", {{JOB_STATUS_PAUSED, 0}}, true, 0, "", -7, 1},
-      {"job cancelled at the PC", {{kPrinting, 0}, {0, ERROR_INVALID_PARAMETER}}, false, 0, "", 0, 1},
-      {"job cancelled at the PC, asked while it is deleted", {{kPrinting, 0}, {JOB_STATUS_DELETING, 0}}, false, 0, "", -1, 1},
-      {"spooler restarted mid-job", {{kPrinting, 0}, {0, ERROR_INVALID_HANDLE}}, false, 0, "", 0, 1},
-      {"job waiting behind another", {{0, 0}}, false, 0, "", 0, 1},
-      {"the picture cannot be drawn", {{0, 0}}, false, 0, "draw", -10, 1},
-      {"the printer's device context cannot be made", {{0, 0}}, false, 0, "dc", -8, 0},
+      {"Paper out before the job starts", {{JOB_STATUS_PAPEROUT, 0}}, false, 0, "", -3, 1},
+      {"Paper out mid-job, refilled after the time-out", {{kPrinting, 0}}, false, 0, "", -7, 1},
+      {"Paper out mid-job, refilled after the time-out (with cancel)", {{kPrinting, 0}}, true, 0, "", -7, 1},
+      {"The spooler refuses that cancel (the job is past cancelling)", {{kPrinting, 0}}, true, ERROR_ACCESS_DENIED, "", -7, 1},
+      {"Printer switched off or unplugged during the job", {{kPrinting, 0}, {kPrinting | JOB_STATUS_OFFLINE, 0}}, false, 0, "", -2, 1},
+      {"Printer stopped / working offline before a copy", {{0, 0}}, false, 0, "offline", -1, 0},
+      {"The queue removed mid-run", {{kPrinting, 0}, {0, ERROR_INVALID_PARAMETER}}, false, 0, "", 0, 1},
+      {"A job held", {{JOB_STATUS_PAUSED, 0}}, false, 0, "", -7, 1},
+      {"A job held (with cancel)", {{JOB_STATUS_PAUSED, 0}}, true, 0, "", -7, 1},
+      {"A job cancelled at the PC", {{kPrinting, 0}, {0, ERROR_INVALID_PARAMETER}}, false, 0, "", 0, 1},
+      {"A job cancelled at the PC, asked while it is being deleted", {{kPrinting, 0}, {JOB_STATUS_DELETING, 0}}, false, 0, "", -1, 1},
+      {"The spooler (scheduler) restarted mid-job", {{kPrinting, 0}, {0, ERROR_INVALID_HANDLE}}, false, 0, "", 0, 1},
+      {"A job still waiting behind another after a second", {{0, 0}}, false, 0, "", 0, 1},
+      {"The picture cannot be drawn", {{0, 0}}, false, 0, "draw", -10, 1},
+      {"The printer's media cannot be read (Windows: no device context)", {{0, 0}}, false, 0, "dc", -8, 0},
   };
   jobWaitTiming() = JobWaitTiming{10, 50, 500};
   for (const Row& row : rows) {
