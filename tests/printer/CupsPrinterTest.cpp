@@ -145,7 +145,7 @@ TEST_F(CupsPrinterTest, WhenThePrinterFails) {
   ASSERT_TRUE(writeTestJpeg(picture, 40, 60));
   const std::string gone = "lpadmin -p kps-gone -E -v kps-script:/gone -m lsb/usr/cupsfilters/Generic-PDF_Printer-PDF.ppd";
   const auto hold = [](const char* until) { return "lpadmin -p kps-script -o job-hold-until-default=" + std::string(until); };
-  const auto printing = [this](const std::string& queue, int job) {
+  const auto printing = [this](const std::string& queue, int job) {  // its backend has the job
     return waitFor([&] { return output("lpstat -p " + queue).find("now printing " + queue + "-" + std::to_string(job)) != std::string::npos; });
   };
   struct Row {
@@ -160,6 +160,7 @@ TEST_F(CupsPrinterTest, WhenThePrinterFails) {
     bool comesOut;
   };
   const auto load = [](int) { cups->setScriptMode("ok"); };
+  const auto release = [&](int job) { sh(hold("no-hold") + "; lp -i kps-script-" + std::to_string(job) + " -H resume"); };
   const auto shell = [](const std::string& command) { return [command] { ASSERT_EQ(sh(command), 0); }; };
   const Row rows[] = {
       {"Paper out before the job starts", "media-empty", false, "kps-script", nullptr, nullptr, -3, load, true},
@@ -171,10 +172,8 @@ TEST_F(CupsPrinterTest, WhenThePrinterFails) {
       {"The queue removed mid-run", "hang", false, "kps-gone", shell(gone),
        [&](int job) { ASSERT_TRUE(printing("kps-gone", job)); ASSERT_EQ(sh("lpadmin -x kps-gone"), 0); }, -1,
        [&](int) { EXPECT_EQ(manager.PrintImage(L"kps-gone", utf8ToWide(picture), "postcards"), -1); }, false},
-      {"A job held", "ok", false, "kps-script", shell(hold("indefinite")), nullptr, -7,
-       [&](int job) { sh(hold("no-hold") + "; lp -i kps-script-" + std::to_string(job) + " -H resume"); }, true},
-      {"A job held (with cancel)", "ok", true, "kps-script", shell(hold("indefinite")), nullptr, -7,
-       [&](int job) { sh(hold("no-hold") + "; lp -i kps-script-" + std::to_string(job) + " -H resume"); }, false},
+      {"A job held", "ok", false, "kps-script", shell(hold("indefinite")), nullptr, -7, release, true},
+      {"A job held (with cancel)", "ok", true, "kps-script", shell(hold("indefinite")), nullptr, -7, release, false},
       {"A job cancelled at the PC", "hang", false, "kps-script", nullptr,
        [&](int job) { ASSERT_TRUE(printing("kps-script", job)); ASSERT_EQ(sh("cancel kps-script-" + std::to_string(job)), 0); },
        -1, load, false},
@@ -206,9 +205,7 @@ TEST_F(CupsPrinterTest, WhenThePrinterFails) {
     EXPECT_EQ(log.text().find(line) != std::string::npos, row.cancel) << log.text();
     // A printed copy is out when the copy returns; any other comes out, if at all, afterwards.
     const auto cameOut = [&] { return job > 0 && ("\n" + cups->pages()).find("\n" + std::to_string(job) + "\n") != std::string::npos; };
-    if (code == 0) {
-      EXPECT_TRUE(cameOut());
-    }
+    EXPECT_TRUE(code != 0 || cameOut());
     if (row.after) row.after(job);
     ASSERT_TRUE(waitFor([&] { return output("lpstat -o").find("-" + std::to_string(job) + " ") == std::string::npos; }));
     EXPECT_EQ(cameOut(), row.comesOut) << cups->pages();

@@ -30,7 +30,6 @@ class PrivateCups {
   std::string pages() const { return state_.read("pages"); }
   // Stops the scheduler alone and starts it again; it keeps its jobs.
   void restartScheduler() const { sh(script_ + " restart " + state_.path()); }
-  std::string stateDir() const { return state_.path(); }
   std::string keptDocumentsDir() const { return state_.file("eve"); }
 
  private:

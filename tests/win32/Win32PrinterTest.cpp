@@ -90,22 +90,13 @@ const Win32Api kSystem;  // the system's own functions
 std::vector<std::string> released;  // what a copy gave back, in order
 std::string failing;                // the call made to fail
 LONG devModeSize = 0;               // the driver's answer to the size question; 1: its own
+int startedJob = 0;                 // the job id StartDocW gave
 
-// Whatever fails, every GDI+ object goes before GDI+ itself, and all that was taken is given
-// back in the reverse order of its taking.
-TEST_F(Win32Printer, EveryPathReleasesWhatItTookGdiplusLast) {
-  ReplacedCalls replaced;
-  Win32Api& api = win32Api();
-  api.GdiplusStartup = [](ULONG_PTR* token, const Gdiplus::GdiplusStartupInput* in, Gdiplus::GdiplusStartupOutput* out) {
-    released.clear();  // the copy's GDI+ part starts here
-    return kSystem.GdiplusStartup(token, in, out);
-  };
-  api.GdiplusShutdown = [](ULONG_PTR token) { released.push_back("GDI+"), kSystem.GdiplusShutdown(token); };
+// The calls of a copy that fail when `failing` names them; the rest are the system's.
+void failWhenNamed(Win32Api& api) {
   api.GdipLoadImageFromFile = [](const WCHAR* path, Gdiplus::GpImage** image) {
     return failing == "load" ? Gdiplus::InvalidParameter : kSystem.GdipLoadImageFromFile(path, image);
   };
-  api.GdipDisposeImage = [](Gdiplus::GpImage* image) { return released.push_back("picture"), kSystem.GdipDisposeImage(image); };
-  api.GdipDeleteGraphics = [](Gdiplus::GpGraphics* g) { return released.push_back("graphics"), kSystem.GdipDeleteGraphics(g); };
   api.GdipDrawImageRectI = [](Gdiplus::GpGraphics* g, Gdiplus::GpImage* i, INT x, INT y, INT w, INT h) {
     return failing == "draw" ? Gdiplus::GenericError : kSystem.GdipDrawImageRectI(g, i, x, y, w, h);
   };
@@ -113,12 +104,29 @@ TEST_F(Win32Printer, EveryPathReleasesWhatItTookGdiplusLast) {
     const bool forJob = defaults && defaults->DesiredAccess == PRINTER_ACCESS_USE;
     return failing == "open" && forJob ? FALSE : kSystem.OpenPrinterW(name, printer, defaults);
   };
-  api.ClosePrinter = [](HANDLE printer) { return released.push_back("printer"), kSystem.ClosePrinter(printer); };
   api.CreateDCW = [](LPCWSTR driver, LPCWSTR device, LPCWSTR port, const DEVMODEW* mode) {
     return failing == "dc" ? nullptr : kSystem.CreateDCW(driver, device, port, mode);
   };
+  api.StartDocW = [](HDC dc, const DOCINFOW* document) {
+    return startedJob = failing == "document" ? 0 : kSystem.StartDocW(dc, document);
+  };
+}
+
+// Whatever fails, every GDI+ object goes before GDI+ itself, and all that was taken is given
+// back in the reverse order of its taking.
+TEST_F(Win32Printer, EveryPathReleasesWhatItTookGdiplusLast) {
+  ReplacedCalls replaced;
+  Win32Api& api = win32Api();
+  failWhenNamed(api);
+  api.GdiplusStartup = [](ULONG_PTR* token, const Gdiplus::GdiplusStartupInput* in, Gdiplus::GdiplusStartupOutput* out) {
+    released.clear();  // the copy's GDI+ part starts here
+    return kSystem.GdiplusStartup(token, in, out);
+  };
+  api.GdiplusShutdown = [](ULONG_PTR token) { released.push_back("GDI+"), kSystem.GdiplusShutdown(token); };
+  api.GdipDisposeImage = [](Gdiplus::GpImage* image) { return released.push_back("picture"), kSystem.GdipDisposeImage(image); };
+  api.GdipDeleteGraphics = [](Gdiplus::GpGraphics* g) { return released.push_back("graphics"), kSystem.GdipDeleteGraphics(g); };
+  api.ClosePrinter = [](HANDLE printer) { return released.push_back("printer"), kSystem.ClosePrinter(printer); };
   api.DeleteDC = [](HDC dc) { return released.push_back("device context"), kSystem.DeleteDC(dc); };
-  api.StartDocW = [](HDC dc, const DOCINFOW* document) { return failing == "document" ? 0 : kSystem.StartDocW(dc, document); };
   const std::pair<const char*, std::vector<std::string>> cases[] = {
       {"load", {"GDI+"}},
       {"open", {"picture", "GDI+"}},
@@ -180,18 +188,19 @@ TEST_F(Win32Printer, DriverPrivateBytesOnlyWhereTheDeviceModeHasThem) {
 // (scripted: Wine's records say nothing of it), and the paper sizes and sources its driver offers.
 DWORD addedAttributes = 0, addedStatus = 0;
 bool enumerationFails = false;
+BOOL WINAPI scriptedEnumPrintersW(DWORD flags, LPWSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
+                                  LPDWORD returned) {
+  if (enumerationFails && buffer) return SetLastError(ERROR_ACCESS_DENIED), FALSE;
+  const BOOL ok = kSystem.EnumPrintersW(flags, name, level, buffer, size, needed, returned);
+  for (DWORD i = 0; ok && buffer && level == 2 && i < *returned; ++i) {
+    reinterpret_cast<PRINTER_INFO_2W*>(buffer)[i].Attributes |= addedAttributes;
+    reinterpret_cast<PRINTER_INFO_2W*>(buffer)[i].Status |= addedStatus;
+  }
+  return ok;
+}
 TEST_F(Win32Printer, InstalledPrintersWithTheirStateAndWhatTheDriverOffers) {
   ReplacedCalls replaced;
-  win32Api().EnumPrintersW = [](DWORD flags, LPWSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
-                                LPDWORD returned) {
-    if (enumerationFails && buffer) return SetLastError(ERROR_ACCESS_DENIED), FALSE;
-    const BOOL ok = kSystem.EnumPrintersW(flags, name, level, buffer, size, needed, returned);
-    for (DWORD i = 0; ok && buffer && level == 2 && i < *returned; ++i) {
-      reinterpret_cast<PRINTER_INFO_2W*>(buffer)[i].Attributes |= addedAttributes;
-      reinterpret_cast<PRINTER_INFO_2W*>(buffer)[i].Status |= addedStatus;
-    }
-    return ok;
-  };
+  win32Api().EnumPrintersW = scriptedEnumPrintersW;
   const std::tuple<DWORD, DWORD, std::string> cases[] = {
       {0, 0, ""}, {PRINTER_ATTRIBUTE_WORK_OFFLINE, 0, "works offline"},
       {0, PRINTER_STATUS_OFFLINE, "is offline"}, {0, PRINTER_STATUS_PAUSED, "is paused"}};
@@ -230,7 +239,7 @@ struct JobAnswer {
 };
 std::vector<JobAnswer> answers;
 std::size_t asked = 0;
-int startedJob = 0, endedDocuments = 0;
+int endedDocuments = 0;
 std::vector<std::pair<DWORD, DWORD>> jobControls;  // job id, command
 DWORD setJobError = 0;
 TEST_F(Win32Printer, WhenThePrinterFails) {
@@ -249,20 +258,9 @@ TEST_F(Win32Printer, WhenThePrinterFails) {
     jobControls.emplace_back(job, command);
     return setJobError ? (SetLastError(setJobError), FALSE) : TRUE;
   };
-  api.StartDocW = [](HDC dc, const DOCINFOW* document) { return startedJob = kSystem.StartDocW(dc, document); };
   api.EndDoc = [](HDC dc) { return ++endedDocuments, kSystem.EndDoc(dc); };
-  api.EnumPrintersW = [](DWORD flags, LPWSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed, LPDWORD returned) {
-    const BOOL ok = kSystem.EnumPrintersW(flags, name, level, buffer, size, needed, returned);
-    for (DWORD i = 0; ok && buffer && level == 2 && i < *returned; ++i)
-      reinterpret_cast<PRINTER_INFO_2W*>(buffer)[i].Attributes |= addedAttributes;
-    return ok;
-  };
-  api.GdipDrawImageRectI = [](Gdiplus::GpGraphics* g, Gdiplus::GpImage* i, INT x, INT y, INT w, INT h) {
-    return failing == "draw" ? Gdiplus::GenericError : kSystem.GdipDrawImageRectI(g, i, x, y, w, h);
-  };
-  api.CreateDCW = [](LPCWSTR driver, LPCWSTR device, LPCWSTR port, const DEVMODEW* mode) {
-    return failing == "dc" ? nullptr : kSystem.CreateDCW(driver, device, port, mode);
-  };
+  failWhenNamed(api);
+  api.EnumPrintersW = scriptedEnumPrintersW;
   constexpr DWORD kPrinting = JOB_STATUS_PRINTING;
   struct Row {
     const char* situation;
