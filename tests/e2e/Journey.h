@@ -20,6 +20,7 @@
 #include "tests/support/Shell.h"
 #include "tests/support/SqliteFile.h"
 #include "tests/support/TaskBodies.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kps {
 
@@ -28,15 +29,6 @@ namespace fs = std::filesystem;
 inline std::string report(const std::string& id, int status, int completed, const std::string& reason = "") {
   return "{\"taskId\":\"" + id + "\",\"status\":" + std::to_string(status) + ",\"completedNumber\":" +
          std::to_string(completed) + (reason.empty() ? "" : ",\"failReason\":\"" + reason + "\"") + "}";
-}
-
-inline bool waitUntil(const std::function<bool()>& done, std::chrono::seconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(100ms);  // the service works on its own time
-  }
-  return true;
 }
 
 class ServiceJourney : public ::testing::Test {

@@ -13,9 +13,12 @@
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/PrivateCups.h"
 #include "tests/support/Shell.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kps {
 namespace {
+
+using namespace std::chrono_literals;
 
 PrivateCups* cups = nullptr;
 
@@ -42,19 +45,10 @@ class CupsPrinterTest : public ::testing::Test {
   void clearReasons() {
     cups->setScriptMode("ok");
     const std::string id = "kps-script-" + std::to_string(submit("kps-script")) + " ";
-    for (int i = 0; i < 100; ++i) {
-      if (output("lpstat -W completed -o kps-script").find(id) != std::string::npos) break;
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
+    waitUntil([&] { return output("lpstat -W completed -o kps-script").find(id) != std::string::npos; }, 10s);
   }
   // The newest job id the scheduler gave, 0 for none.
   int lastJob() { return newestCupsJob(); }
-  // Polls the scheduler for a state, for at most 20 s.
-  bool waitFor(const std::function<bool()>& done) {
-    for (int i = 0; i < 200; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(100)))
-      if (done()) return true;
-    return false;
-  }
   // Submits a tiny job with lp and returns its id.
   int submit(const std::string& queue, const std::string& options = "") {
     std::smatch id;
@@ -145,8 +139,8 @@ TEST_F(CupsPrinterTest, WhenThePrinterFails) {
   ASSERT_TRUE(writeTestJpeg(picture, 40, 60));
   const std::string gone = "lpadmin -p kps-gone -E -v kps-script:/gone -m lsb/usr/cupsfilters/Generic-PDF_Printer-PDF.ppd";
   const auto hold = [](const char* until) { return "lpadmin -p kps-script -o job-hold-until-default=" + std::string(until); };
-  const auto printing = [this](const std::string& queue, int job) {  // its backend has the job
-    return waitFor([&] { return output("lpstat -p " + queue).find("now printing " + queue + "-" + std::to_string(job)) != std::string::npos; });
+  const auto printing = [](const std::string& queue, int job) {  // its backend has the job
+    return waitUntil([&] { return output("lpstat -p " + queue).find("now printing " + queue + "-" + std::to_string(job)) != std::string::npos; }, 20s);
   };
   struct Row {
     const char* situation;
@@ -195,7 +189,7 @@ TEST_F(CupsPrinterTest, WhenThePrinterFails) {
     auto copy = std::async(std::launch::async, [&] { return manager.PrintImage(utf8ToWide(row.queue), utf8ToWide(picture), "postcards"); });
     int job = 0;
     if (row.during) {
-      ASSERT_TRUE(waitFor([&] { return (job = lastJob()) > last; }));
+      ASSERT_TRUE(waitUntil([&] { return (job = lastJob()) > last; }, 20s));
       row.during(job);
     }
     const std::int32_t code = copy.get();
@@ -207,7 +201,7 @@ TEST_F(CupsPrinterTest, WhenThePrinterFails) {
     const auto cameOut = [&] { return job > 0 && ("\n" + cups->pages()).find("\n" + std::to_string(job) + "\n") != std::string::npos; };
     EXPECT_TRUE(code != 0 || cameOut());
     if (row.after) row.after(job);
-    ASSERT_TRUE(waitFor([&] { return output("lpstat -o").find("-" + std::to_string(job) + " ") == std::string::npos; }));
+    ASSERT_TRUE(waitUntil([&] { return output("lpstat -o").find("-" + std::to_string(job) + " ") == std::string::npos; }, 20s));
     EXPECT_EQ(cameOut(), row.comesOut) << cups->pages();
     sh(hold("no-hold") + "; cancel -a kps-script");
     clearReasons();

@@ -13,6 +13,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SampleConfig.h"
 #include "tests/support/SqliteFile.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kps {
 namespace {
@@ -74,9 +75,7 @@ TEST(ServiceBinary, WithALogFileEveryLineGoesToTodaysFile) {
   dir.write("logs/kiosk-print-service-2000-01-01.log", "long gone\n");
   ChildProcess service({KPS_BINARY}, dir.path());
   const std::string today = "logs/kiosk-print-service-" + localTimeString(std::time(nullptr)).substr(0, 10) + ".log";
-  const auto deadline = std::chrono::steady_clock::now() + 20s;
-  while (dir.read(today).find("curl_easy_perform() failed: ") == std::string::npos && std::chrono::steady_clock::now() < deadline)
-    std::this_thread::sleep_for(100ms);  // the service polls on its own time
+  waitUntil([&] { return dir.read(today).find("curl_easy_perform() failed: ") != std::string::npos; }, 20s);
   service.kill();
   const std::string log = dir.read(today);
   for (const char* line : {"--PrinterConfig.PrinterName--no such printer\n", "] url : ", "curl_easy_perform() failed: "})
