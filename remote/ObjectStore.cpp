@@ -46,10 +46,6 @@ std::atomic<std::int64_t>& ossClockOffsetSeconds() {
 
 namespace {
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 std::error_code lastErrno() { return std::error_code(errno, std::generic_category()); }
 
 bool startsWithNoCase(const std::string& text, const std::string& prefix) {
@@ -165,7 +161,7 @@ struct Transfer {
 
   CURL* curl = nullptr;
   std::string temporary;
-  std::unique_ptr<std::FILE, FileCloser> file;
+  FilePtr file;
   bool created = false;
   bool kept = false;
   std::uint64_t crc = 0;

@@ -5,8 +5,12 @@
 #include "src/Utf8.h"
 
 #ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
 #include <windows.h>
 #else
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -20,6 +24,26 @@ std::string fromPath(const std::filesystem::path& path) { return wideToUtf8(path
 
 std::FILE* openFile(const std::string& utf8, const char* mode) {
   return _wfopen(utf8ToWide(utf8).c_str(), utf8ToWide(mode).c_str());
+}
+
+std::FILE* openRegularFile(const std::string& utf8) {
+  // CreateFileW opens a folder only when asked to; a device name opens the device.
+  const HANDLE handle = CreateFileW(utf8ToWide(utf8).c_str(), GENERIC_READ,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return nullptr;
+  if (GetFileType(handle) != FILE_TYPE_DISK) {
+    CloseHandle(handle);
+    return nullptr;
+  }
+  const int descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_RDONLY | _O_BINARY);
+  if (descriptor < 0) {
+    CloseHandle(handle);
+    return nullptr;
+  }
+  std::FILE* file = _fdopen(descriptor, "rb");
+  if (!file) _close(descriptor);
+  return file;
 }
 
 std::string workingDirectory() {
@@ -42,6 +66,21 @@ std::string fromPath(const std::filesystem::path& path) { return path.native(); 
 
 std::FILE* openFile(const std::string& utf8, const char* mode) {
   return std::fopen(toPath(utf8).c_str(), mode);
+}
+
+std::FILE* openRegularFile(const std::string& utf8) {
+  // Without O_NONBLOCK the open of a FIFO would wait for a writer.
+  const int descriptor = ::open(toPath(utf8).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor < 0) return nullptr;
+  struct stat info {};
+  if (::fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode) ||
+      ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK) != 0) {
+    ::close(descriptor);
+    return nullptr;
+  }
+  std::FILE* file = ::fdopen(descriptor, "rb");
+  if (!file) ::close(descriptor);
+  return file;
 }
 
 std::string workingDirectory() {

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <system_error>
 
@@ -13,8 +14,17 @@ namespace kps {
 std::filesystem::path toPath(const std::string& utf8);
 std::string fromPath(const std::filesystem::path& path);
 
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
 // fopen of a UTF-8 path.
 std::FILE* openFile(const std::string& utf8, const char* mode);
+
+// The file at a UTF-8 path opened for reading ("rb") only when it is a regular file: never a
+// folder, a FIFO that would block the reader, or a device (CON, AUX, ... on Windows). Null else.
+std::FILE* openRegularFile(const std::string& utf8);
 
 // Everything before the last separator ('\' or '/'), the run of separators at the cut dropped;
 // a root or drive alone is kept ("C:\", "/"). Empty when there is no separator.
