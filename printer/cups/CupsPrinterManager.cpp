@@ -15,6 +15,7 @@
 #include "printer/cups/CupsTables.h"
 #include "printer/cups/Page.h"
 #include "printer/cups/Picture.h"
+#include "printer/cups/QueueMedia.h"
 #include "src/Log.h"
 
 namespace kps {
@@ -249,8 +250,9 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   std::wstring fullName;
   const auto size = prepareCopy(printerName, type, fullName);
   if (!size) return kPrintNotPrinter;
-  const CairoSurface picture = loadPicture(wideToUtf8(path));
-  if (!picture) return kPrintPictureLoad;
+  PictureHeader header;
+  const FilePtr file = openPicture(wideToUtf8(path), header);
+  if (!file) return kPrintPictureLoad;
 
   const std::string name = wideToUtf8(fullName);
   const Dest dest = openDest(name);
@@ -270,8 +272,12 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
     std::cerr << "Unable to read the printer's media" << std::endl;
     return kPrintDeviceContext;
   }
+  // Only the pixels the printer can put on the drawn rectangle are decoded.
+  const Resolution dpi = queueResolution(dest.get(), info.get());
+  const auto picture = decodePicture(file.get(), header, pixelsToDecode(header, *size, dpi.x, dpi.y));
+  if (!picture) return kPrintPictureLoad;
   std::int32_t code = kPrintOk;
-  const std::string pdf = renderPage(picture.get(), page, *size, code);
+  const std::string pdf = renderPage(*picture, page, *size, code);
   if (pdf.empty()) return code;
 
   // Every job says itself what it needs: the queue's defaults do not reach every printer.

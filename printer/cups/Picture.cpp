@@ -2,55 +2,116 @@
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
-#include <cstdint>
-#include <memory>
+#include <algorithm>
+#include <new>
+#include <vector>
+
+#include "printer/cups/AreaScaler.h"
+#include "printer/cups/Jpeg.h"
 
 namespace kps {
 
 namespace {
 
-struct PixbufDeleter {
-  void operator()(GdkPixbuf* pixbuf) const { g_object_unref(pixbuf); }
-};
-struct ErrorDeleter {
-  void operator()(GError* error) const { g_error_free(error); }
+struct ObjectUnref {
+  void operator()(gpointer object) const { g_object_unref(object); }
 };
 
-// Straight 8-bit RGB or RGBA rows into cairo's native-endian, premultiplied pixels.
-CairoSurface toSurface(GdkPixbuf* pixbuf) {
+// The loader's own reading of the size, before it allocates: beyond the budget it is told to
+// stop (a size of 0 is gdk-pixbuf's word for that), whatever the header said.
+void onSizePrepared(GdkPixbufLoader* loader, gint width, gint height, gpointer) {
+  PictureHeader declared;
+  declared.format = PictureFormat::Png;  // any printed format: only the size is judged here
+  declared.width = static_cast<std::uint32_t>(std::max(width, 0));
+  declared.height = static_cast<std::uint32_t>(std::max(height, 0));
+  if (!pictureRefusal(declared).empty()) gdk_pixbuf_loader_set_size(loader, 0, 0);
+}
+
+const char* loaderName(PictureFormat format) {
+  switch (format) {
+    case PictureFormat::Png: return "png";
+    case PictureFormat::Bmp: return "bmp";
+    case PictureFormat::Gif: return "gif";
+    case PictureFormat::Tiff: return "tiff";
+    default: return nullptr;
+  }
+}
+
+// Only the loader of the format the header named ever sees the bytes. These loaders hold the
+// whole picture; the header's budget bounds it.
+CairoSurface decodeWithPixbuf(std::FILE* file, PictureFormat format, const PixelSize& most) {
+  GError* error = nullptr;
+  const std::unique_ptr<GdkPixbufLoader, ObjectUnref> loader(
+      gdk_pixbuf_loader_new_with_type(loaderName(format), &error));
+  if (!loader) {
+    if (error) g_error_free(error);
+    return nullptr;
+  }
+  g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(onSizePrepared), nullptr);
+  std::vector<guchar> chunk(1 << 16);
+  bool whole = true;
+  for (std::size_t got; whole && (got = std::fread(chunk.data(), 1, chunk.size(), file)) > 0;)
+    whole = gdk_pixbuf_loader_write(loader.get(), chunk.data(), got, &error);
+  whole = gdk_pixbuf_loader_close(loader.get(), whole ? &error : nullptr) && whole && !std::ferror(file);
+  if (error) g_error_free(error);
+  GdkPixbuf* pixbuf = gdk_pixbuf_loader_get_pixbuf(loader.get());  // the loader's
+  if (!whole || !pixbuf) return nullptr;
+
   const int width = gdk_pixbuf_get_width(pixbuf), height = gdk_pixbuf_get_height(pixbuf);
   const int channels = gdk_pixbuf_get_n_channels(pixbuf);
   const bool alpha = gdk_pixbuf_get_has_alpha(pixbuf);
-  if (gdk_pixbuf_get_bits_per_sample(pixbuf) != 8 || channels != (alpha ? 4 : 3)) return nullptr;
-  CairoSurface surface(
-      cairo_image_surface_create(alpha ? CAIRO_FORMAT_ARGB32 : CAIRO_FORMAT_RGB24, width, height));
-  if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) return nullptr;
-  const guchar* in = gdk_pixbuf_read_pixels(pixbuf);
-  const int inStride = gdk_pixbuf_get_rowstride(pixbuf);
-  unsigned char* out = cairo_image_surface_get_data(surface.get());
-  const int outStride = cairo_image_surface_get_stride(surface.get());
-  for (int y = 0; y < height; ++y) {
-    const guchar* from = in + static_cast<std::size_t>(y) * inStride;
-    auto* to = reinterpret_cast<std::uint32_t*>(out + static_cast<std::size_t>(y) * outStride);
-    for (int x = 0; x < width; ++x, from += channels) {
-      const std::uint32_t a = alpha ? from[3] : 255;
-      const auto premultiply = [a](std::uint32_t c) { return (c * a + 127) / 255; };
-      to[x] = (a << 24) | (premultiply(from[0]) << 16) | (premultiply(from[1]) << 8) |
-              premultiply(from[2]);
+  if (width <= 0 || height <= 0 || gdk_pixbuf_get_bits_per_sample(pixbuf) != 8 || channels != (alpha ? 4 : 3))
+    return nullptr;
+  const auto w = static_cast<std::uint32_t>(width), h = static_cast<std::uint32_t>(height);
+  AreaScaler scaler(w, h, std::min(most.width, w), std::min(most.height, h));
+  if (cairo_surface_status(scaler.surface()) != CAIRO_STATUS_SUCCESS) return nullptr;
+  const guchar* pixels = gdk_pixbuf_read_pixels(pixbuf);
+  const std::size_t stride = static_cast<std::size_t>(gdk_pixbuf_get_rowstride(pixbuf));
+  std::vector<unsigned char> rgb(alpha ? std::size_t{w} * 3 : 0);
+  for (std::uint32_t y = 0; y < h; ++y) {
+    const guchar* row = pixels + y * stride;
+    if (alpha) {  // over white paper
+      for (std::uint32_t x = 0; x < w; ++x) {
+        const unsigned a = row[4 * x + 3];
+        for (int c = 0; c < 3; ++c)
+          rgb[3 * x + c] = static_cast<unsigned char>((row[4 * x + c] * a + 255 * (255 - a) + 127) / 255);
+      }
+      row = rgb.data();
     }
+    scaler.addRow(row);
   }
-  cairo_surface_mark_dirty(surface.get());
-  return surface;
+  return scaler.take();
+}
+
+// A file no larger than its raw pixels: past that a JPEG carries something other than its
+// picture, which is not sent.
+std::string wholeFile(std::FILE* file, const PictureHeader& header) {
+  if (std::fseek(file, 0, SEEK_END) != 0) return "";
+  const long size = std::ftell(file);
+  if (size <= 0 || static_cast<std::uint64_t>(size) > std::uint64_t{header.width} * header.height * 3 + 65536)
+    return "";
+  std::string bytes(static_cast<std::size_t>(size), '\0');
+  std::rewind(file);
+  if (std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size()) return "";
+  return bytes;
 }
 
 }  // namespace
 
-CairoSurface loadPicture(const std::string& path) {
-  GError* raw = nullptr;
-  const std::unique_ptr<GdkPixbuf, PixbufDeleter> pixbuf(gdk_pixbuf_new_from_file(path.c_str(), &raw));
-  const std::unique_ptr<GError, ErrorDeleter> error(raw);
-  if (!pixbuf) return nullptr;
-  return toSurface(pixbuf.get());
+std::optional<Picture> decodePicture(std::FILE* file, const PictureHeader& header, const PixelSize& most) {
+  try {
+    Picture picture;
+    picture.surface = header.format == PictureFormat::Jpeg ? decodeJpeg(file, most)
+                                                           : decodeWithPixbuf(file, header.format, most);
+    if (!picture.surface) return std::nullopt;
+    const bool scaled = static_cast<std::uint32_t>(cairo_image_surface_get_width(picture.surface.get())) !=
+                            header.width ||
+                        static_cast<std::uint32_t>(cairo_image_surface_get_height(picture.surface.get())) != header.height;
+    if (header.format == PictureFormat::Jpeg && header.plainJpeg && !scaled) picture.jpeg = wholeFile(file, header);
+    return picture;
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;
+  }
 }
 
 }  // namespace kps

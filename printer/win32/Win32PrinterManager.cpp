@@ -3,6 +3,7 @@
 #include <memory>
 #include <type_traits>
 
+#include "printer/PictureHeader.h"
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
@@ -281,6 +282,10 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   // graphics object, the device context, the printer, the picture, then GDI+ itself.
   GdiplusSession gdiplus;
   if (!gdiplus.started()) return kPrintGraphicsStart;
+  // GDI+ is given only a regular file whose header names a format and a size the service
+  // prints: what it would decode past that is a picture bomb, not a photo.
+  PictureHeader header;
+  if (!openPicture(wideToUtf8(path), header)) return kPrintPictureLoad;
   GpImage* loaded = nullptr;
   if (api().GdipLoadImageFromFile(path.c_str(), &loaded) != Ok) return kPrintPictureLoad;
   const std::unique_ptr<GpImage, ImageDisposer> image(loaded);

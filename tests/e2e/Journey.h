@@ -56,6 +56,19 @@ class ServiceJourney : public ::testing::Test {
     fs::create_directories(fs::path(root.file("sandbox/objects/" + key)).parent_path());
     ASSERT_TRUE(writeTestJpeg(root.file("sandbox/objects/" + key), 400, 600));
   }
+  // Two picture bombs (a PNG of 30000 x 30000 pixels in 110 KB, an SVG of 32000 x 32000 in 120
+  // bytes) listed before a good picture, and the service started.
+  void startWithPictureBombsBeforeAGoodOrder() {
+    fs::create_directories(root.file("sandbox/objects/b"));
+    ASSERT_TRUE(writePictureBomb("png", 30000, 30000, root.file("sandbox/objects/b/bomb.png")));
+    ASSERT_TRUE(writePictureBomb("svg", 32000, 32000, root.file("sandbox/objects/b/bomb.svg")));
+    putPicture("p/good.jpg");
+    setTasks({task("T-png", "b/bomb.png"), task("T-svg", "b/bomb.svg", 2, "frames"), task("T-good", "p/good.jpg")});
+    startService();
+  }
+  static constexpr const char* kBombLines[] = {"] picture refused, 30000 x 30000 pixels, more than the 100 MP or 20000 pixels a side a print takes: ",
+                                               "] picture refused, not a JPEG, PNG, BMP, GIF or TIFF picture: "};
+
   // The binary and the environment it runs in; the Windows exe under Wine overrides both.
   virtual std::vector<std::string> binary() const { return {KPS_BINARY}; }
   virtual std::map<std::string, std::string> environment() const {

@@ -232,6 +232,35 @@ TEST_F(ServiceJourney, StatusFileAfterAPrintedAndAFailedOrder) {
     EXPECT_NE(commandOut.find(line), std::string::npos) << line << "\n" << commandOut;
 }
 
+// Picture bombs pending before a good order: each bomb's copies fail with one line naming the
+// picture, its order is failed and reported, the good order prints, and the process lives on.
+TEST_F(ServiceJourney, PictureBombsFailTheirOrdersAndTheNextOnePrints) {
+  startWithPictureBombsBeforeAGoodOrder();
+  ASSERT_TRUE(waitUntil([&] {
+    return lastReport("T-png") == report("T-png", 4, 0, "IPP_JOB_ABORTED") &&
+           lastReport("T-svg") == report("T-svg", 4, 0, "IPP_JOB_ABORTED") && lastReport("T-good") == report("T-good", 2, 1);
+  }, 90s)) << syncLog() << service->out();
+  EXPECT_EQ(service->waitForExit(0ms), -1) << "the service ended";
+  const std::string log = service->out();
+  EXPECT_EQ(count(log, kBombLines[0]), 1u) << log;
+  EXPECT_EQ(count(log, kBombLines[1]), 2u) << log;  // one a copy
+  EXPECT_EQ(keptPages().size(), 1u);
+}
+
+TEST_F(WineJourney, PictureBombsFailTheirOrdersAndTheNextOnePrints) {
+  startWithPictureBombsBeforeAGoodOrder();
+  ASSERT_TRUE(waitUntil([&] { return allFinal({"T-png", "T-svg", "T-good"}) && keptPages().size() == 1; }, 120s))
+      << syncLog() << service->out() << service->err();
+  EXPECT_EQ(service->waitForExit(0ms), -1) << "the service ended";
+  stopService();
+  EXPECT_EQ(lastReport("T-png"), report("T-png", 4, 0, "IPP_JOB_ABORTED"));
+  EXPECT_EQ(lastReport("T-svg"), report("T-svg", 4, 0, "IPP_JOB_ABORTED"));
+  EXPECT_EQ(count(output_, kBombLines[0]), 1u) << output_;
+  EXPECT_EQ(count(output_, kBombLines[1]), 2u) << output_;
+  SqliteFile db(root.file("work/PrintData.db"));
+  EXPECT_EQ(db.order("T-good"), printedRow());
+}
+
 TEST_F(WineJourney, EveryProductTypeANonAsciiKeyAndAMissingPicture) {
   for (const char* key : {"p/post.jpg", "p/frame.jpg", "p/card.jpg", "照片/猫咪 1.jpg"}) putPicture(key);
   setTasks({task("T-post", "p/post.jpg"), task("T-frame", "p/frame.jpg", 1, "frames"),

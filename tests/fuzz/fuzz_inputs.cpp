@@ -1,16 +1,22 @@
 // The service's readers of outside input, fuzzed as one target: the first byte picks the reader
 // ('i' config.ini, 't' a task-list body and its picture keys, 'o' an object store's error
-// document, anything else UTF-8 text). Each checks a property besides not crashing.
+// document, 'p' a picture's header, anything else UTF-8 text). Each checks a property besides not crashing.
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <mutex>
 #include <string>
 
 #include "config/IniFile.h"
+#include "printer/PictureHeader.h"
 #include "remote/OssError.h"
 #include "remote/TaskList.h"
 #include "src/Utf8.h"
+
+namespace kps {
+std::mutex logMutex;  // the entry point's, for the log writer the picture reader links
+}  // namespace kps
 
 namespace {
 
@@ -53,6 +59,19 @@ void readTaskList(const std::string& body) {
   if ((kps::pictureKeyProblem(body) != nullptr) != refused(body)) __builtin_trap();
 }
 
+ // A header let through is one of the five formats with a size inside the budget.
+void readPictureHeader(const std::string& bytes) {
+  std::FILE* file = ::fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "rb");
+  if (!file) return;
+  const kps::PictureHeader header = kps::readPictureHeader(file);
+  std::fclose(file);
+  if (!kps::pictureRefusal(header).empty()) return;
+  if (header.format == kps::PictureFormat::Other || header.width == 0 || header.height == 0 ||
+      header.width > kps::kMostPictureEdge || header.height > kps::kMostPictureEdge ||
+      std::uint64_t{header.width} * header.height > kps::kMostPicturePixels)
+    __builtin_trap();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -62,6 +81,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     readIni(input);
   } else if (data[0] == 't') {
     readTaskList(input);
+  } else if (data[0] == 'p') {
+    readPictureHeader(input);
   } else if (data[0] == 'o') {
     const kps::OssError error = kps::parseOssError(input);
     if (error.code.size() > input.size() || error.message.size() > input.size()) __builtin_trap();

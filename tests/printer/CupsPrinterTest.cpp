@@ -233,5 +233,26 @@ TEST_F(CupsPrinterTest, PrintedPageHasThePictureAtItsSizeTopLeft) {
   EXPECT_EQ(pixel(png, 365, 565), "0,0,254");
 }
 
+// A real photo reaches the printer as the photo scaled to the drawn rectangle: decoded at the
+// queue's resolution (600 dpi: 3.7 in is 2220 pixels; the photo's 1600 rows are fewer than 5.7 in
+// takes, so they stay), carried as one JPEG, and what the page shows at 300 dpi matches the
+// photo scaled by ImageMagick.
+TEST_F(CupsPrinterTest, ARealPhotoReachesThePrinterAsThePhotoScaledToTheDrawnRectangle) {
+  jobWaitTiming().limitMs = 30000;
+  ASSERT_EQ(manager.PrintImage(L"virtual", utf8ToWide(kRealPhoto), "postcards"), 0);
+  std::string kept;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(cups->keptDocumentsDir()))
+    if (entry.is_regular_file() && entry.path().extension() == ".pdf" &&
+        (kept.empty() || std::filesystem::last_write_time(entry.path()) > std::filesystem::last_write_time(kept)))
+      kept = entry.path().string();
+  ASSERT_FALSE(kept.empty());
+  EXPECT_LT(std::filesystem::file_size(kept), 2u << 20);
+  const std::string images = output("pdfimages -list " + kept + " | tail -n +3");
+  EXPECT_TRUE(std::regex_match(images, std::regex(R"(\s*1\s+0\s+image\s+2220\s+1600\s+rgb\s+3\s+8\s+jpeg\s.*\n)"))) << images;
+  ASSERT_EQ(sh("pdftoppm -r 300 -png -singlefile -x 0 -y 0 -W 1110 -H 1710 " + kept + " " + dir.file("page")), 0);
+  ASSERT_EQ(sh(std::string("convert ") + kRealPhoto + " -resize '1110x1710!' " + dir.file("reference.png")), 0);
+  EXPECT_GE(psnr(dir.file("page.png"), dir.file("reference.png")), 35.0);
+}
+
 }  // namespace
 }  // namespace kps

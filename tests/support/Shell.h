@@ -50,4 +50,23 @@ inline std::string pixel(const std::string& png, int x, int y) {
                 "]' -depth 8 -format '%[fx:int(255*r)],%[fx:int(255*g)],%[fx:int(255*b)]' info:");
 }
 
+// The peak signal-to-noise ratio of two pictures of one size, in dB (ImageMagick's compare); 0
+// when they cannot be compared, 1000 when they are the same.
+inline double psnr(const std::string& a, const std::string& b) {
+  const std::string said = output("compare -metric PSNR '" + a + "' '" + b + "' null: 2>&1");
+  if (said.rfind("inf", 0) == 0) return 1000;
+  return std::atof(said.c_str());
+}
+
+// A file declaring a huge picture, as a hostile customer would send one: "png" (whole and valid,
+// about 110 KB for 30000 x 30000) or "svg".
+inline bool writePictureBomb(const std::string& kind, int width, int height, const std::string& path) {
+  return sh("node " KPS_SOURCE_DIR "/sandbox/picture-bomb.js " + kind + " " + std::to_string(width) + " " +
+            std::to_string(height) + " '" + path + "'") == 0;
+}
+
+// A real photograph (a Debian package of desktop backgrounds, installed by scripts/install-deps):
+// 2560 x 1600, a ladybird on a stem among flowers.
+inline const char* const kRealPhoto = "/usr/share/backgrounds/mate/nature/LadyBird.jpg";
+
 }  // namespace kps

@@ -270,6 +270,8 @@ TEST_F(Win32Printer, WhenThePrinterFails) {
     const char* failing;  // "offline" (the printer works offline), "dc", "draw"
     std::int32_t code;
     int documentsEnded;   // 1: the page went to the spooler
+    const char* picture = "KPS_TEST_PICTURE";  // the variable naming the copy's picture
+    const char* line = "";                     // a line the copy logs
   };
   const Row rows[] = {
       {"Paper out before the job starts", {{JOB_STATUS_PAPEROUT, 0}}, false, 0, "", -3, 1},
@@ -287,6 +289,10 @@ TEST_F(Win32Printer, WhenThePrinterFails) {
       {"A job still waiting behind another after a second", {{0, 0}}, false, 0, "", 0, 1},
       {"The picture cannot be drawn", {{0, 0}}, false, 0, "draw", -10, 1},
       {"The printer's media cannot be read (Windows: no device context)", {{0, 0}}, false, 0, "dc", -8, 0},
+      {"A picture beyond the pixel budget (a picture bomb)", {{0, 0}}, false, 0, "", -6, 0, "KPS_TEST_BOMB",
+       "] picture refused, 30000 x 30000 pixels, more than the 100 MP or 20000 pixels a side a print takes: "},
+      {"A picture of a format the service does not print", {{0, 0}}, false, 0, "", -6, 0, "KPS_TEST_SVG",
+       "] picture refused, not a JPEG, PNG, BMP, GIF or TIFF picture: "},
   };
   jobWaitTiming() = JobWaitTiming{10, 50, 500};
   for (const Row& row : rows) {
@@ -296,9 +302,10 @@ TEST_F(Win32Printer, WhenThePrinterFails) {
     addedAttributes = failing == "offline" ? PRINTER_ATTRIBUTE_WORK_OFFLINE : 0;
     PrinterSettings.cancelTimedOutJobs = row.cancel;
     testing::internal::CaptureStdout();
-    EXPECT_EQ(manager.PrintImage(L"virtual", env("KPS_TEST_PICTURE"), "postcards"), row.code);
+    EXPECT_EQ(manager.PrintImage(L"virtual", env(row.picture), "postcards"), row.code);
     std::string log = testing::internal::GetCapturedStdout();
     log.erase(std::remove(log.begin(), log.end(), '\r'), log.end());  // a Windows text stream's line ends
+    EXPECT_NE(log.find(row.line), std::string::npos) << log;
     EXPECT_EQ(endedDocuments, row.documentsEnded);
     const std::string job = "job " + std::to_string(startedJob) + " on printer kps-virtual";
     using Controls = std::vector<std::pair<DWORD, DWORD>>;

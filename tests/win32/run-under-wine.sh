@@ -23,6 +23,9 @@ trap cleanup EXIT
   cat "$work/cups.log"; echo "win32: the private scheduler did not start"; exit 1; }
 convert -size 200x600 xc:red -size 200x600 xc:blue +append "$work/photo.jpg"
 export KPS_TEST_PICTURE="Z:${work//\//\\}\\photo.jpg"
+node "$root/sandbox/picture-bomb.js" png 30000 30000 "$work/bomb.png"
+node "$root/sandbox/picture-bomb.js" svg 32000 32000 "$work/bomb.svg"
+export KPS_TEST_BOMB="Z:${work//\//\\}\\bomb.png" KPS_TEST_SVG="Z:${work//\//\\}\\bomb.svg"
 
 timeout 120 wine wineboot --init >/dev/null 2>&1
 timeout 60 wineserver -w
