@@ -20,17 +20,21 @@ std::string joined(const std::vector<std::string>& items) {
   return text.empty() ? "none" : text;
 }
 
-void checkOffered(CheckReport& report, const std::string& what, const std::string& setting,
-                  std::int32_t number, const std::optional<std::string>& name,
-                  const std::vector<std::string>& offered) {
-  const std::string value = setting + " " + std::to_string(number);
-  if (!name)
-    report.warn(what, value + " has no name on this platform (see the README's paper table)");
-  else if (std::find(offered.begin(), offered.end(), *name) == offered.end())
-    report.warn(what, value + (*name == std::to_string(number) ? "" : " (" + *name + ")") +
-                          " is not offered by the driver; it offers " + joined(offered));
+// One line for a configured number: what the driver does with it.
+void checkChoice(CheckReport& report, const std::string& what, const std::string& setting, const char* noun,
+                 const DriverChoice& choice) {
+  const std::string value = setting + " " + choice.configured;
+  const auto problem = [&](const std::string& found) {
+    choice.required ? report.fail(what, found) : report.warn(what, found);
+  };
+  if (!choice.hasChoice)
+    report.ok(what, "the driver has no " + std::string(noun) + " to choose; " + value + " is not sent");
+  else if (!choice.named)
+    problem(value + " has no name on this platform (see the README's paper table)");
+  else if (!choice.offered)
+    problem(value + " is not offered by the driver; it offers " + joined(choice.offers));
   else
-    report.ok(what, value + (*name == std::to_string(number) ? "" : " (" + *name + ")") + " offered");
+    report.ok(what, value + " offered" + (choice.uses.empty() ? "" : " as the driver's " + choice.uses));
 }
 
 }  // namespace
@@ -67,18 +71,19 @@ void checkPrinter(CheckReport& report, const PrinterConfigValues& config) {
   }
   report.ok(what, "selects " + wideToUtf8(chosen) + " (ready)");
 
-  const DriverOffer offer = manager.OfferedMedia(chosen);
-  if (!offer.known) {
+  std::vector<std::pair<const char*, DriverChoice>> papers;
+  for (const char* type : {"postcards", "frames", "cardsets", "fridgemagnets"})
+    papers.emplace_back(type, manager.PaperChoice(chosen, *paperSizeFor(type, PrinterSettings)));
+  if (!papers.front().second.known) {
     report.warn("paper and source", "the driver of " + wideToUtf8(chosen) + " does not say what it offers");
     return;
   }
-  for (const char* type : {"postcards", "frames", "cardsets", "fridgemagnets"}) {
-    const std::int32_t paper = *paperSizeFor(type, PrinterSettings);
-    checkOffered(report, std::string("paper for ") + type, "paper size", paper,
-                 manager.PaperName(paper), offer.papers);
-  }
-  checkOffered(report, "paper source", "Rearfeeder", config.Rearfeeder,
-               manager.SourceName(config.Rearfeeder), offer.sources);
+  for (const auto& [type, choice] : papers)
+    checkChoice(report, std::string("paper for ") + type, "paper size", "paper size", choice);
+  checkChoice(report, "paper source", "Rearfeeder", "paper source", manager.SourceChoice(chosen, config.Rearfeeder));
+  // The media type every copy asks for (the kiosk driver's photo paper), where the platform asks.
+  const DriverChoice type = manager.MediaTypeChoice(chosen, 326);
+  if (type.known) checkChoice(report, "media type", "media type", "media type", type);
 }
 
 }  // namespace kps::ops

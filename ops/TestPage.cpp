@@ -14,6 +14,7 @@
 #include "printer/PrinterSettings.h"
 #include "src/Database.h"
 #include "src/FilePath.h"
+#include "src/Utf8.h"
 
 namespace kps::ops {
 
@@ -38,10 +39,15 @@ int runTestPage(const std::string& type, std::ostream& out) {
     std::cerr << "cannot write the calibration picture " << fromPath(picture) << std::endl;
     return 1;
   }
+  // The paper the copy asks for, as the driver names it where it has its own name for it.
+  PrinterManager manager;
+  const DriverChoice paper =
+      manager.PaperChoice(manager.FindPrinter(utf8ToWide(PrinterSettings.printerName)), *paperSizeFor(type, PrinterSettings));
+  const std::string on = paper.uses.empty() ? "paper size " + paper.configured : "the driver's " + paper.uses;
   const std::int32_t code = Database::printImage(PrinterSettings.printerName, fromPath(picture), type);
   std::filesystem::remove(picture, ignored);
   const std::string name = Database::printResultName(code);
-  out << "test page " << type << " (" << width << " x " << height << " mm): result " << code
+  out << "test page " << type << " (" << width << " x " << height << " mm) on " << on << ": result " << code
       << (code == 0 ? " (printed)" : " (" + (name.empty() ? std::string("no failReason") : name) + ")")
       << std::endl;
   return code == 0 ? 0 : 1;

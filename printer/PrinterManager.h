@@ -41,12 +41,17 @@ struct InstalledPrinter {
   std::string state;  // why it is not ready: "works offline", "is paused", "is stopped", ...
 };
 
-// The paper sizes and paper sources a printer's driver offers, named as PaperName and
-// SourceName name the configured numbers. `known` is false when the driver cannot be asked.
-struct DriverOffer {
-  bool known = false;
-  std::vector<std::string> papers;
-  std::vector<std::string> sources;
+// How a printer's driver takes a configured paper size, paper source or media type number:
+// what it uses for it, or what it offers instead.
+struct DriverChoice {
+  bool known = false;      // the driver could be asked
+  bool hasChoice = true;   // false: the driver has no such setting, and nothing is sent for it
+  bool named = true;       // false: the number has no name on this platform (the README's table)
+  bool offered = false;
+  bool required = false;   // a copy fails when it is not offered, rather than printing anyway
+  std::string configured;  // the number as the platform names it: "256 (na_index-4x6_4x6in)"
+  std::string uses;        // the driver's own paper for it, where that has another name
+  std::vector<std::string> offers;
 };
 
 struct PrinterConfigValues;
@@ -65,11 +70,9 @@ class PrinterManager {
   // Every installed printer the spooler lists, ready or not. Empty with `failed` set when the
   // spooler cannot be asked.
   std::vector<InstalledPrinter> InstalledPrinters(bool& failed);
-  DriverOffer OfferedMedia(const std::wstring& printerName);
-  // A configured paper or bin number as this platform names it (Windows: the number itself;
-  // CUPS: its PWG name); empty when the platform has no name for it.
-  std::optional<std::string> PaperName(std::int32_t paper);
-  std::optional<std::string> SourceName(std::int32_t bin);
+  DriverChoice PaperChoice(const std::wstring& printerName, std::int32_t paper);
+  DriverChoice SourceChoice(const std::wstring& printerName, std::int32_t bin);
+  DriverChoice MediaTypeChoice(const std::wstring& printerName, std::int32_t mediaType);
 
   std::int32_t SetPrintParams(const std::wstring& printerName, const std::string& type);
   std::int32_t PrintImage(const std::wstring& printerName, const std::wstring& path,

@@ -10,7 +10,12 @@
 # "kps-file" (fast, file:///dev/null), "kps-script" (backend DIR/serverbin/backend/kps-script,
 # whose behaviour is read from DIR/script-mode: ok, media-empty, offline, fail, stop, hang; a
 # waiting mode ends when the file says ok again or DIR/release-JOB exists, and each job that
-# came out is a line, its id, in DIR/pages).
+# came out is a line, its id, in DIR/pages); both with the virtual printer's paper (its PPD,
+# kept as DIR/photo.ppd);
+# "kps-ds620" and "kps-cp1300": Gutenprint's drivers for the DNP DS620 and the Canon SELPHY
+# CP1300 (dye-sublimation photo printers), each running its whole filter chain into a file,
+# DIR/out/QUEUE.prn. The scheduler logs at debug level: a driver's "Using page size NAME" lines
+# are in DIR/log/error_log.
 # Clients use CUPS_SERVER=localhost:CUPS_PORT.
 set -euo pipefail
 
@@ -49,8 +54,8 @@ fi
 
 cups_port=${3:?cups port}
 eve_port=${4:?ippeveprinter port}
-mkdir -p "$dir"/{etc,spool/tmp,cache,state,log,run,serverbin,home,eve}
-chmod 1777 "$dir/spool/tmp"
+mkdir -p "$dir"/{etc,spool/tmp,cache,state,log,run,serverbin,home,eve,out}
+chmod 1777 "$dir/spool/tmp" "$dir/out"
 chmod 755 "$dir" "$dir/spool" "$dir/eve"
 trap 'stop' ERR
 
@@ -111,7 +116,8 @@ BrowseLocalProtocols none
 WebInterface No
 DefaultShared No
 PreserveJobHistory Yes
-LogLevel info
+LogLevel debug
+MaxLogSize 0
 <Location />
   Order allow,deny
   Allow localhost
@@ -152,7 +158,11 @@ DBUS_SYSTEM_BUS_ADDRESS="unix:path=$dir/run/dbus.sock" \
   -c "$dir/record-job" kps-virtual >"$dir/log/ippeveprinter.log" 2>&1 &
 echo $! > "$dir/ippeveprinter.pid"
 
-cupsd -t -c "$dir/etc/cupsd.conf" -s "$dir/etc/cups-files.conf" >/dev/null
+# At debug level the check also says which policy defaults it used: shown only when it fails.
+if ! checked=$(cupsd -t -c "$dir/etc/cupsd.conf" -s "$dir/etc/cups-files.conf" 2>&1); then
+  echo "$checked" >&2
+  exit 1
+fi
 start_cupsd
 for _ in $(seq 100); do
   ipptool -q "ipp://localhost:$eve_port/ipp/print" get-printer-attributes.test 2>/dev/null && break
@@ -160,8 +170,12 @@ for _ in $(seq 100); do
 done
 
 lpadmin -p kps-virtual -E -v "ipp://localhost:$eve_port/ipp/print" -m everywhere
-lpadmin -p kps-file -E -v file:///dev/null -m lsb/usr/cupsfilters/Generic-PDF_Printer-PDF.ppd
-lpadmin -p kps-script -E -v kps-script:/test -m lsb/usr/cupsfilters/Generic-PDF_Printer-PDF.ppd \
-  -o printer-error-policy=abort-job
+for _ in $(seq 100); do [ -s "$dir/etc/ppd/kps-virtual.ppd" ] && break; sleep 0.05; done  # written after lpadmin returns
+cp "$dir/etc/ppd/kps-virtual.ppd" "$dir/photo.ppd"
+# lpadmin warns that printer drivers are deprecated; they still work.
+lpadmin -p kps-file -E -v file:///dev/null -P "$dir/photo.ppd" 2>/dev/null
+lpadmin -p kps-script -E -v kps-script:/test -P "$dir/photo.ppd" -o printer-error-policy=abort-job 2>/dev/null
+lpadmin -p kps-ds620 -E -v "file://$dir/out/kps-ds620.prn" -m gutenprint.5.3://dnp-ds620/expert 2>/dev/null
+lpadmin -p kps-cp1300 -E -v "file://$dir/out/kps-cp1300.prn" -m gutenprint.5.3://canon-cp1300/expert 2>/dev/null
 trap - ERR
 echo "cups.sh: scheduler on localhost:$cups_port (pid $(cat "$dir/cupsd.pid")), printer on port $eve_port"

@@ -1,49 +1,71 @@
-// What a CUPS queue offers for the configured paper numbers: its supported media and sources,
-// and the configured Windows numbers named through the same table the jobs use.
+// What a CUPS queue does with the configured numbers: the paper it prints each size on (the
+// copy's own choice), and whether its driver has trays and media types to choose from.
 #include <cups/cups.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 
 #include "printer/PrinterManager.h"
 #include "printer/cups/CupsTables.h"
+#include "printer/cups/QueueMedia.h"
 
 namespace kps {
 
 namespace {
 
-std::vector<std::string> supported(cups_dest_t* dest, cups_dinfo_t* info, const char* option) {
-  std::vector<std::string> values;
-  if (ipp_attribute_t* attr = cupsFindDestSupported(CUPS_HTTP_DEFAULT, dest, info, option))
-    for (int i = 0; i < ippGetCount(attr); ++i)
-      if (const char* value = ippGetString(attr, i, nullptr)) values.emplace_back(value);
-  return values;
+// The queue and what it says of itself; empty when it cannot be asked.
+struct QueueInfo {
+  std::unique_ptr<cups_dest_t, void (*)(cups_dest_t*)> dest{nullptr, [](cups_dest_t* d) { cupsFreeDests(1, d); }};
+  std::unique_ptr<cups_dinfo_t, void (*)(cups_dinfo_t*)> info{nullptr, cupsFreeDestInfo};
+  explicit QueueInfo(const std::wstring& printer) {
+    dest.reset(cupsGetNamedDest(CUPS_HTTP_DEFAULT, wideToUtf8(printer).c_str(), nullptr));
+    if (dest) info.reset(cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get()));
+  }
+  explicit operator bool() const { return dest && info; }
+};
+
+// A tray or a media type: sent only where the queue has a choice of them.
+DriverChoice optionChoice(const std::wstring& printer, const char* option, std::int32_t number,
+                          const std::optional<std::string>& name) {
+  DriverChoice choice;
+  const QueueInfo queue(printer);
+  if (!queue) return choice;
+  choice.known = true;
+  choice.offers = queueChoices(queue.dest.get(), queue.info.get(), option);
+  choice.hasChoice = !choice.offers.empty();
+  choice.named = name.has_value();
+  choice.configured = std::to_string(static_cast<std::int16_t>(number)) + (name ? " (" + *name + ")" : "");
+  choice.offered = name && std::count(choice.offers.begin(), choice.offers.end(), *name) > 0;
+  return choice;
 }
 
 }  // namespace
 
-DriverOffer PrinterManager::OfferedMedia(const std::wstring& printerName) {
-  DriverOffer offer;
-  const std::unique_ptr<cups_dest_t, void (*)(cups_dest_t*)> dest(
-      cupsGetNamedDest(CUPS_HTTP_DEFAULT, wideToUtf8(printerName).c_str(), nullptr),
-      [](cups_dest_t* d) { cupsFreeDests(1, d); });
-  if (!dest) return offer;
-  const std::unique_ptr<cups_dinfo_t, void (*)(cups_dinfo_t*)> info(
-      cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get()), cupsFreeDestInfo);
-  if (!info) return offer;
-  offer.known = true;
-  offer.papers = supported(dest.get(), info.get(), CUPS_MEDIA);
-  offer.sources = supported(dest.get(), info.get(), CUPS_MEDIA_SOURCE);
-  return offer;
+DriverChoice PrinterManager::PaperChoice(const std::wstring& printerName, std::int32_t paper) {
+  DriverChoice choice;
+  const QueueInfo queue(printerName);
+  if (!queue) return choice;
+  choice.known = true;
+  choice.required = true;  // the copy fails without it
+  const auto found = queuePaperFor(queue.dest.get(), queue.info.get(), paper);
+  choice.named = found.has_value();
+  choice.configured = std::to_string(static_cast<std::int16_t>(paper)) + (found ? " (" + found->wanted + ")" : "");
+  if (!found) return choice;
+  if (found->found == QueuePaper::Found::Unknown) choice.known = false;
+  choice.offered = found->found == QueuePaper::Found::Exact || found->found == QueuePaper::Found::Driver;
+  if (found->found == QueuePaper::Found::Driver) choice.uses = found->paper.label();
+  for (const QueueSize& size : found->offers) choice.offers.push_back(size.label());
+  if (found->offers.empty()) choice.offers = queueChoices(queue.dest.get(), queue.info.get(), CUPS_MEDIA);
+  return choice;
 }
 
-// The jobs store the numbers in the driver's 16-bit fields first; so are they named here.
-std::optional<std::string> PrinterManager::PaperName(std::int32_t paper) {
-  return pwgMediaForPaper(static_cast<std::int16_t>(paper));
+DriverChoice PrinterManager::SourceChoice(const std::wstring& printerName, std::int32_t bin) {
+  return optionChoice(printerName, CUPS_MEDIA_SOURCE, bin, pwgSourceForBin(static_cast<std::int16_t>(bin)));
 }
 
-std::optional<std::string> PrinterManager::SourceName(std::int32_t bin) {
-  return pwgSourceForBin(static_cast<std::int16_t>(bin));
+DriverChoice PrinterManager::MediaTypeChoice(const std::wstring& printerName, std::int32_t mediaType) {
+  return optionChoice(printerName, CUPS_MEDIA_TYPE, mediaType, pwgTypeForMedia(mediaType));
 }
 
 }  // namespace kps

@@ -116,30 +116,40 @@ std::vector<Queue> schedulerQueues(bool& failed) {
   return queues;
 }
 
-// What the configured Windows numbers mean to the queue for a product type. Empty, with a
-// line naming the number, when one has no CUPS name.
-struct JobMedia {
-  std::string size, source, type;
-};
-std::optional<JobMedia> jobMediaFor(std::int32_t paper) {
-  const auto size = pwgMediaForPaper(static_cast<std::int16_t>(paper));
-  const auto source = pwgSourceForBin(static_cast<std::int16_t>(PrinterSettings.rearfeeder));
-  if (!size || !source) {
-    std::cerr << "No CUPS name for " << (!size ? "paper size " : "paper source ")
-              << (!size ? static_cast<std::int16_t>(paper)
-                        : static_cast<std::int16_t>(PrinterSettings.rearfeeder))
-              << " of config.ini (see the README's paper table)" << std::endl;
+using DestInfo = std::unique_ptr<cups_dinfo_t, DestInfoDeleter>;
+
+// What a copy of this product type asks the queue for. Empty, with one line naming what is
+// wrong, when the queue lacks the paper (or a number has no CUPS name): then nothing is printed
+// rather than something on other paper.
+std::optional<CopyMedia> mediaForCopy(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t paper) {
+  auto media = copyMediaFor(dest, info, paper, PrinterSettings.rearfeeder, 326);
+  if (media && media->paper.found == QueuePaper::Found::None) {
+    std::string offers;
+    for (const QueueSize& size : media->paper.offers) offers += (offers.empty() ? "" : ", ") + size.label();
+    logLine(KPS_TAG_PRINTER, __LINE__,
+            ("paper size " + std::to_string(static_cast<std::int16_t>(paper)) + " (" + media->paper.wanted + ", " +
+             media->paper.wantedSize + ") is not offered by " + dest->name + "; it offers: ").c_str(),
+            offers);
     return std::nullopt;
   }
-  return JobMedia{*size, *source, *pwgTypeForMedia(326)};
+  return media;
 }
 
-// The job's own media: printers take it from the job, not from the queue's defaults.
-std::string mediaCol(const JobMedia& media) {
-  const pwg_media_t* size = pwgMediaForPWG(media.size.c_str());
-  return "{media-size={x-dimension=" + std::to_string(size ? size->width : 0) +
-         " y-dimension=" + std::to_string(size ? size->length : 0) + "} media-source=" +
-         media.source + " media-type=" + media.type + "}";
+// The job's own media: printers take it from the job, not from the queue's defaults. A size
+// of the queue's standard names goes by its size, with the tray and type (an IPP printer reads
+// them there); a driver's own size by its name, which alone tells it from others as large.
+int addJobMedia(const CopyMedia& media, int count, cups_option_t** options) {
+  if (media.paper.found != QueuePaper::Found::Exact) {
+    count = cupsAddOption("media", media.paper.paper.name.c_str(), count, options);
+    if (media.source) count = cupsAddOption("media-source", media.source->c_str(), count, options);
+    if (media.type) count = cupsAddOption("media-type", media.type->c_str(), count, options);
+    return count;
+  }
+  std::string col = "{media-size={x-dimension=" + std::to_string(media.paper.paper.size.width) +
+                    " y-dimension=" + std::to_string(media.paper.paper.size.length) + "}";
+  if (media.source) col += " media-source=" + *media.source;
+  if (media.type) col += " media-type=" + *media.type;
+  return cupsAddOption("media-col", (col + "}").c_str(), count, options);
 }
 
 }  // namespace
@@ -209,16 +219,16 @@ std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
     std::cout << "printer type error" << std::endl;
     return -1;
   }
-  // The configured numbers are the Windows driver's; the queue takes PWG names.
-  const auto media = jobMediaFor(*paper);
-  if (!media) return 2;
-
   const std::string name = wideToUtf8(printerName);
   const Dest dest = openDest(name);
   if (!dest) {
     std::cerr << "Unable to open printer: " << std::endl;
     return 1;
   }
+  // The configured numbers are the Windows driver's; the queue has its own names for them.
+  const DestInfo info(cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get()));
+  const auto media = info ? mediaForCopy(dest.get(), info.get(), *paper) : std::nullopt;
+  if (!media) return 2;
   std::cout << "pi2->pDevMode->dmDefaultSource  " << option(dest.get(), "media-source") << std::endl;
   std::cout << "pi2->pDevMode->dmMediaType  " << option(dest.get(), "media-type") << std::endl;
   std::cout << "pi2->pDevMode->dmPaperSize  " << option(dest.get(), "media") << std::endl;
@@ -228,12 +238,16 @@ std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
                printerUri(name).c_str());
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
-  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-default", nullptr,
-               media->size.c_str());
-  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-source-default", nullptr,
-               media->source.c_str());
-  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-type-default", nullptr,
-               media->type.c_str());
+  // A queue that lists no sizes is given the standard name, as it always was.
+  const QueuePaper& chosen = media->paper;
+  const std::string& paperName = chosen.found == QueuePaper::Found::Unknown ? chosen.wanted : chosen.paper.name;
+  ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-default", nullptr, paperName.c_str());
+  if (media->source)
+    ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-source-default", nullptr,
+                 media->source->c_str());
+  if (media->type)
+    ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-type-default", nullptr,
+                 media->type->c_str());
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "sides-default", nullptr, "one-sided");
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "print-color-mode-default", nullptr,
                "color");
@@ -260,18 +274,15 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
     std::cerr << "Unable to open printer" << std::endl;
     return kPrintTimeOut;
   }
-  std::unique_ptr<cups_dinfo_t, DestInfoDeleter> info(
-      cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get()));
-  const auto media = jobMediaFor(*paperSizeFor(type, PrinterSettings));
-  cups_size_t page{};
-  if (!info || !media ||
-      !(cupsGetDestMediaByName(CUPS_HTTP_DEFAULT, dest.get(), info.get(), media->size.c_str(),
-                               CUPS_MEDIA_FLAGS_DEFAULT, &page) ||
-        cupsGetDestMediaDefault(CUPS_HTTP_DEFAULT, dest.get(), info.get(), 0, &page))) {
+  const DestInfo info(cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get()));
+  const auto media = info ? mediaForCopy(dest.get(), info.get(), *paperSizeFor(type, PrinterSettings))
+                          : std::nullopt;
+  if (!media || media->paper.found == QueuePaper::Found::Unknown) {
     // Where Windows could not make the printer's device context: the same -8.
     std::cerr << "Unable to read the printer's media" << std::endl;
     return kPrintDeviceContext;
   }
+  const cups_size_t& page = media->paper.paper.size;
   // Only the pixels the printer can put on the drawn rectangle are decoded.
   const Resolution dpi = queueResolution(dest.get(), info.get());
   const auto picture = decodePicture(file.get(), header, pixelsToDecode(header, *size, dpi.x, dpi.y));
@@ -282,7 +293,7 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
 
   // Every job says itself what it needs: the queue's defaults do not reach every printer.
   cups_option_t* options = nullptr;
-  int count = cupsAddOption("media-col", mediaCol(*media).c_str(), 0, &options);
+  int count = addJobMedia(*media, 0, &options);
   count = cupsAddOption("sides", "one-sided", count, &options);
   count = cupsAddOption("print-color-mode", "color", count, &options);
   const std::unique_ptr<cups_option_t, std::function<void(cups_option_t*)>> ownedOptions(

@@ -1,6 +1,28 @@
 #include "printer/cups/QueueMedia.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+
+#include "printer/cups/CupsTables.h"
+#include "printer/cups/QueuePpd.h"
+
 namespace kps {
+
+namespace {
+
+std::string millimetres(int hundredths) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f", hundredths / 100.0);
+  std::string out = text;
+  out.erase(out.find_last_not_of('0') + 1);  // 101.60 -> 101.6, 152.00 -> 152.
+  if (out.back() == '.') out.pop_back();
+  return out;
+}
+
+std::string sizeText(int width, int length) { return millimetres(width) + " x " + millimetres(length) + " mm"; }
+
+}  // namespace
 
 Resolution queueResolution(cups_dest_t* dest, cups_dinfo_t* info) {
   ipp_attribute_t* attr = cupsFindDestDefault(CUPS_HTTP_DEFAULT, dest, info, "printer-resolution");
@@ -11,6 +33,97 @@ Resolution queueResolution(cups_dest_t* dest, cups_dinfo_t* info) {
   if (x <= 0 || y <= 0) return {};
   const double perInch = units == IPP_RES_PER_CM ? 2.54 : 1.0;
   return {x * perInch, y * perInch};
+}
+
+std::string QueueSize::label() const {
+  return name + " (" + (text.empty() || text == name ? "" : text + ", ") + sizeText(size.width, size.length) + ")";
+}
+
+std::vector<QueueSize> queueSizes(cups_dest_t* dest, cups_dinfo_t* info) {
+  if (auto own = driverSizes(dest->name)) return *own;
+  std::vector<QueueSize> sizes;
+  const int count = cupsGetDestMediaCount(CUPS_HTTP_DEFAULT, dest, info, CUPS_MEDIA_FLAGS_DEFAULT);
+  for (int i = 0; i < count; ++i) {
+    QueueSize size;
+    if (!cupsGetDestMediaByIndex(CUPS_HTTP_DEFAULT, dest, info, i, CUPS_MEDIA_FLAGS_DEFAULT, &size.size)) continue;
+    size.name = size.size.media;
+    sizes.push_back(size);
+  }
+  return sizes;
+}
+
+const QueueSize* sizeFor(const std::vector<QueueSize>& sizes, int width, int length) {
+  const QueueSize* best = nullptr;
+  long long bestArea = 0;
+  for (const QueueSize& size : sizes) {
+    const int printableWidth = size.size.width - size.size.left - size.size.right;
+    const int printableLength = size.size.length - size.size.top - size.size.bottom;
+    // The sizes are rounded to hundredths of a millimetre from points: a hundredth either way
+    // is the same paper.
+    if (printableWidth < width - 1 || printableLength < length - 1) continue;
+    if (printableWidth > width + 2 * kMostOverscan || printableLength > length + 2 * kMostOverscan) continue;
+    const long long area = static_cast<long long>(printableWidth) * printableLength;
+    if (!best || area < bestArea) best = &size, bestArea = area;
+  }
+  return best;
+}
+
+std::vector<std::string> queueChoices(cups_dest_t* dest, cups_dinfo_t* info, const char* option) {
+  std::vector<std::string> values;
+  if (ipp_attribute_t* attr = cupsFindDestSupported(CUPS_HTTP_DEFAULT, dest, info, option))
+    for (int i = 0; i < ippGetCount(attr); ++i)
+      if (const char* value = ippGetString(attr, i, nullptr)) values.emplace_back(value);
+  return values;
+}
+
+std::optional<QueuePaper> queuePaperFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t paper) {
+  const auto wanted = pwgMediaForPaper(static_cast<std::int16_t>(paper));
+  const pwg_media_t* size = wanted ? pwgMediaForPWG(wanted->c_str()) : nullptr;
+  if (!size) return std::nullopt;
+  QueuePaper found;
+  found.wanted = *wanted;
+  found.wantedSize = sizeText(size->width, size->length);
+  // The queue's own standard name first: the size exactly, as IPP printers name it.
+  const std::vector<std::string> names = queueChoices(dest, info, CUPS_MEDIA);
+  if (std::find(names.begin(), names.end(), *wanted) != names.end() &&
+      cupsGetDestMediaByName(CUPS_HTTP_DEFAULT, dest, info, wanted->c_str(), CUPS_MEDIA_FLAGS_DEFAULT,
+                             &found.paper.size)) {
+    found.found = QueuePaper::Found::Exact;
+    found.paper.name = *wanted;
+    return found;
+  }
+  found.offers = queueSizes(dest, info);
+  if (found.offers.empty()) return found;  // Unknown
+  const QueueSize* chosen = sizeFor(found.offers, size->width, size->length);
+  found.found = chosen ? QueuePaper::Found::Driver : QueuePaper::Found::None;
+  if (chosen) found.paper = *chosen;
+  return found;
+}
+
+std::optional<CopyMedia> copyMediaFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t paper,
+                                      std::int32_t bin, std::int32_t mediaType) {
+  const auto complain = [](const char* what, std::int32_t number) {
+    std::cerr << "No CUPS name for " << what << static_cast<std::int16_t>(number)
+              << " of config.ini (see the README's paper table)" << std::endl;
+  };
+  CopyMedia media;
+  if (auto found = queuePaperFor(dest, info, paper)) {
+    media.paper = std::move(*found);
+  } else {
+    complain("paper size ", paper);
+    return std::nullopt;
+  }
+  // The tray and the media type are sent only where the driver has such a choice; where it
+  // has, the configured number must have a CUPS name.
+  if (!queueChoices(dest, info, CUPS_MEDIA_SOURCE).empty()) {
+    media.source = pwgSourceForBin(static_cast<std::int16_t>(bin));
+    if (!media.source) {
+      complain("paper source ", bin);
+      return std::nullopt;
+    }
+  }
+  if (!queueChoices(dest, info, CUPS_MEDIA_TYPE).empty()) media.type = pwgTypeForMedia(mediaType);
+  return media;
 }
 
 }  // namespace kps

@@ -1,4 +1,5 @@
 // PrinterManager on Windows: the spooler (winspool), GDI and the GDI+ flat API.
+#include <algorithm>
 #include <iostream>
 #include <memory>
 #include <type_traits>
@@ -139,29 +140,38 @@ std::vector<InstalledPrinter> PrinterManager::InstalledPrinters(bool& failed) {
   return printers;
 }
 
-DriverOffer PrinterManager::OfferedMedia(const std::wstring& printerName) {
-  DriverOffer offer;
+namespace {
+
+// A paper size or a bin as the driver lists them (DC_PAPERS, DC_BINS). The device mode takes
+// the configured number into a 16-bit field whatever the driver lists: nothing fails a copy.
+DriverChoice capabilityChoice(const std::wstring& printerName, WORD which, std::int32_t number) {
+  DriverChoice choice;
   DWORD count = 0;
   bool failed = false;
   const std::vector<BYTE> buffer = printerRecords(count, failed);
   const auto* records = reinterpret_cast<const PRINTER_INFO_2W*>(buffer.data());
-  for (DWORD i = 0; i < count; ++i) {
-    if (!records[i].pPrinterName || printerName != records[i].pPrinterName) continue;
-    offer.papers = capability(printerName, records[i].pPortName, DC_PAPERS);
-    offer.sources = capability(printerName, records[i].pPortName, DC_BINS);
-    offer.known = !offer.papers.empty();
-  }
-  return offer;
+  for (DWORD i = 0; i < count; ++i)
+    if (records[i].pPrinterName && printerName == records[i].pPrinterName) {
+      choice.offers = capability(printerName, records[i].pPortName, which);
+      choice.known = !choice.offers.empty() || which != DC_PAPERS;  // a driver lists some paper
+    }
+  choice.configured = std::to_string(static_cast<WORD>(static_cast<short>(number)));
+  choice.offered = std::count(choice.offers.begin(), choice.offers.end(), choice.configured) > 0;
+  return choice;
 }
 
-// The device mode takes the numbers into 16-bit fields; the driver lists them as such.
-std::optional<std::string> PrinterManager::PaperName(std::int32_t paper) {
-  return std::to_string(static_cast<WORD>(static_cast<short>(paper)));
+}  // namespace
+
+DriverChoice PrinterManager::PaperChoice(const std::wstring& printerName, std::int32_t paper) {
+  return capabilityChoice(printerName, DC_PAPERS, paper);
 }
 
-std::optional<std::string> PrinterManager::SourceName(std::int32_t bin) {
-  return std::to_string(static_cast<WORD>(static_cast<short>(bin)));
+DriverChoice PrinterManager::SourceChoice(const std::wstring& printerName, std::int32_t bin) {
+  return capabilityChoice(printerName, DC_BINS, bin);
 }
+
+// The media type goes into the device mode as it always has; the driver is not asked.
+DriverChoice PrinterManager::MediaTypeChoice(const std::wstring&, std::int32_t) { return DriverChoice{}; }
 
 bool PrinterManager::SelectPrinter(const std::wstring& target, std::wstring& fullName) {
   const std::wstring found = FindPrinter(target);

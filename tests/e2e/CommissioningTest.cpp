@@ -32,9 +32,10 @@ class Commands : public Journey {
   using Journey::writeConfig;
 
   // Each fault named by its own line, and the exit code a script acts on. `paperLine` is what
-  // the platform says of paper size 8 (A3), which neither driver offers. A stopped queue is
-  // CUPS's alone: Wine's spooler never shows one (the printing layer's tests script it).
-  void expectEachFaultNamed(const std::string& paperLine, bool queuesStop) {
+  // the platform says of paper size 8 (A3), which neither driver offers, and `paperCode` whether
+  // that fails the check (CUPS prints no copy on other paper). A stopped queue is CUPS's alone:
+  // Wine's spooler never shows one (the printing layer's tests script it).
+  void expectEachFaultNamed(const std::string& paperLine, int paperCode, bool queuesStop) {
     struct Case {
       const char* name;
       std::function<void()> arrange, undo;
@@ -48,7 +49,7 @@ class Commands : public Journey {
          "FAIL printer \"no-such-printer\": matches no installed printer; installed: kps-", 1},
         {"a stopped queue", [&] { sh(kCups + "cupsdisable kps-virtual"); }, [&] { sh(kCups + "cupsenable kps-virtual"); },
          "FAIL printer \"kps-virtual\": selects kps-virtual, which is stopped\n", 1},
-        {"a paper size the driver lacks", [&] { writeConfig("kps-virtual", "8", "258"); }, restore, paperLine, 0},
+        {"a paper size the driver lacks", [&] { writeConfig("kps-virtual", "8", "258"); }, restore, paperLine, paperCode},
         {"a missing setting", [&] { root.write(work + "/config.ini", sampleConfig({{"FourWidth", ""}})); }, restore,
          "FAIL config.ini [FourWidth] width: missing; the service would end with \"invalid stoi argument\"\n", 1},
         {"a wrong object-store secret", [&] { root.write("sandbox/oss-secret", "another-secret"); },
@@ -107,7 +108,47 @@ TEST_F(Commissioning, CheckOnARightKioskPassesAndChangesNothing) {
 }
 
 TEST_F(Commissioning, EachCheckNamesItsFault) {
-  expectEachFaultNamed("WARN paper for postcards: paper size 8 (iso_a3_297x420mm) is not offered by the driver; it offers ", true);
+  expectEachFaultNamed("FAIL paper for postcards: paper size 8 (iso_a3_297x420mm) is not offered by the driver; it offers ", 1, true);
+}
+
+// Photo printers' own drivers (Gutenprint's dye-sub drivers in the sandbox): each product
+// type's paper as the driver names it, a size it lacks a FAIL with what it offers, and no tray
+// or media type where the driver has none; the test page on the driver's paper.
+TEST_F(Commissioning, CheckAndTestPageOnDyeSubDrivers) {
+  const std::string noTray = "OK   paper source: the driver has no paper source to choose; Rearfeeder 7 (auto) is not sent\n";
+  const std::string noType =
+      "OK   media type: the driver has no media type to choose; media type 326 (photographic-glossy) is not sent\n";
+  const std::tuple<const char*, int, std::vector<std::string>> cases[] = {
+      {"kps-ds620", 0,
+       {"OK   paper for postcards: paper size 256 (na_index-4x6_4x6in) offered as the driver's w288h432 (4x6, 104.99 x 162.56 mm)\n",
+        "OK   paper for frames: paper size 256 (na_index-4x6_4x6in) offered as the driver's w288h432 (4x6, 104.99 x 162.56 mm)\n",
+        "OK   paper for cardsets: paper size 258 (oe_photo-l_3.5x5in) offered as the driver's B7 (3.5x5, 92.12 x 162.56 mm)\n",
+        "OK   paper for fridgemagnets: paper size 258 (oe_photo-l_3.5x5in) offered as the driver's B7 (3.5x5, 92.12 x 162.56 mm)\n",
+        noTray, noType}},
+      {"kps-cp1300", 1,
+       {"OK   paper for postcards: paper size 256 (na_index-4x6_4x6in) offered as the driver's Postcard (Postcard 100x148mm, 105.66 x 158.5 mm)\n",
+        "FAIL paper for cardsets: paper size 258 (oe_photo-l_3.5x5in) is not offered by the driver; it offers Postcard (Postcard "
+        "100x148mm, 105.66 x 158.5 mm), w253h337 (CP_L 89x119mm, 97.54 x 124.63 mm), w155h244 (Card 54x86mm, 56.56 x 92.12 mm)\n",
+        noTray, noType}},
+      {"kps-virtual", 0,
+       {"OK   paper for postcards: paper size 256 (na_index-4x6_4x6in) offered\n",
+        "OK   paper for cardsets: paper size 258 (oe_photo-l_3.5x5in) offered\n", "OK   paper source: Rearfeeder 7 (auto) offered\n",
+        "OK   media type: media type 326 (photographic-glossy) offered\n"}},
+  };
+  for (const auto& [queue, code, lines] : cases) {
+    writeConfig(queue, "256", "258");
+    EXPECT_EQ(runCommand({"--check"}), code) << queue << "\n" << commandOut;
+    for (const std::string& line : lines) EXPECT_NE(commandOut.find(line), std::string::npos) << line << "\n" << commandOut;
+  }
+  writeConfig("kps-ds620", "256", "258");
+  ASSERT_EQ(runCommand({"--test-page", "cardsets"}), 0) << commandOut;
+  EXPECT_NE(commandOut.find("test page cardsets (100 x 150 mm) on the driver's B7 (3.5x5, 92.12 x 162.56 mm): result 0 (printed)\n"),
+            std::string::npos) << commandOut;
+  const std::string log = root.read("sandbox/cups/log/error_log");
+  const std::regex used(R"(\[Job (\d+)\] Gutenprint: +Using page size (\S+) with)");
+  std::string last;
+  for (std::sregex_iterator it(log.begin(), log.end(), used), end; it != end; ++it) last = (*it)[2].str();
+  EXPECT_EQ(last, "B7");
 }
 
 // The calibration page of each size: the picture at its configured size at the page's top left
@@ -139,7 +180,7 @@ TEST_F(Commissioning, TestPageHasTheConfiguredSizeAtTheTopLeft) {
 using WineCommissioning = Commands<WineJourney>;
 
 TEST_F(WineCommissioning, EachCheckNamesItsFault) {
-  expectEachFaultNamed("WARN paper for postcards: paper size 8 is not offered by the driver; it offers ", false);
+  expectEachFaultNamed("WARN paper for postcards: paper size 8 is not offered by the driver; it offers ", 0, false);
 }
 
 TEST_F(WineCommissioning, CheckAgainstTheSandboxAndAWinePrinter) {

@@ -64,10 +64,12 @@ class CupsPrinterTest : public ::testing::Test {
 };
 
 TEST_F(CupsPrinterTest, QueuesInTheSchedulersOrderAndTheMatchMadeTheDefault) {
-  EXPECT_EQ(manager.EnumeratePrinters(), (std::vector<std::wstring>{L"kps-file", L"kps-script", L"kps-virtual"}));
+  EXPECT_EQ(manager.EnumeratePrinters(),
+            (std::vector<std::wstring>{L"kps-cp1300", L"kps-ds620", L"kps-file", L"kps-script", L"kps-virtual"}));
   for (const char* offline : {"cupsdisable kps-file", "cupsreject kps-file"}) {
     ASSERT_EQ(sh(offline), 0);
-    EXPECT_EQ(manager.EnumeratePrinters(), (std::vector<std::wstring>{L"kps-script", L"kps-virtual"})) << offline;
+    EXPECT_EQ(manager.EnumeratePrinters(), (std::vector<std::wstring>{L"kps-cp1300", L"kps-ds620", L"kps-script", L"kps-virtual"}))
+        << offline;
     EXPECT_EQ(manager.FindPrinter(L"file"), L"") << offline;
     sh("cupsenable kps-file; cupsaccept kps-file");
   }
@@ -137,7 +139,7 @@ TEST_F(CupsPrinterTest, ForgottenAndAbortedJobs) {
 TEST_F(CupsPrinterTest, WhenThePrinterFails) {
   const std::string picture = dir.file("photo.jpg");
   ASSERT_TRUE(writeTestJpeg(picture, 40, 60));
-  const std::string gone = "lpadmin -p kps-gone -E -v kps-script:/gone -m lsb/usr/cupsfilters/Generic-PDF_Printer-PDF.ppd";
+  const std::string gone = "lpadmin -p kps-gone -E -v kps-script:/gone -P " + cups->photoPpd();
   const auto hold = [](const char* until) { return "lpadmin -p kps-script -o job-hold-until-default=" + std::string(until); };
   const auto printing = [](const std::string& queue, int job) {  // its backend has the job
     return waitUntil([&] { return output("lpstat -p " + queue).find("now printing " + queue + "-" + std::to_string(job)) != std::string::npos; }, 20s);
@@ -231,6 +233,63 @@ TEST_F(CupsPrinterTest, PrintedPageHasThePictureAtItsSizeTopLeft) {
   EXPECT_EQ(renderPage(kept, png), "370x570+0+0");
   EXPECT_EQ(pixel(png, 5, 5), "254,0,0");
   EXPECT_EQ(pixel(png, 365, 565), "0,0,254");
+}
+
+// Photo printers' own drivers (Gutenprint's dye-sublimation drivers, each behind a file device
+// that runs its whole filter chain): every product type's page reaches the driver on the paper
+// the driver calls by that size, with its overscan, written as the queue's default too; a size
+// the driver lacks fails the copy with one line, and nothing is printed on other paper.
+TEST_F(CupsPrinterTest, DyeSubDriversPrintEachProductOnTheirOwnPaperOrNotAtAll) {
+  const std::string picture = dir.file("photo.jpg");
+  ASSERT_TRUE(writeTestJpeg(picture, 400, 600));
+  jobWaitTiming().limitMs = 60000;
+  const char* const kCp1300Offers = "; it offers: Postcard (Postcard 100x148mm, 105.66 x 158.5 mm), "
+                                    "w253h337 (CP_L 89x119mm, 97.54 x 124.63 mm), w155h244 (Card 54x86mm, 56.56 x 92.12 mm)\n";
+  struct Row {
+    const char* queue;
+    const char* type;
+    std::int32_t fourSize;
+    std::int32_t code;
+    std::string driverPaper;  // the driver's name for the page it got, or the copy's line
+  };
+  const Row rows[] = {
+      {"kps-ds620", "postcards", 256, 0, "w288h432"},  // 4 x 6 in, 104.99 x 162.56 mm with the overscan
+      {"kps-ds620", "frames", 256, 0, "w288h432"},
+      {"kps-ds620", "cardsets", 256, 0, "B7"},  // 3.5 x 5 in, printed on the 6 in roll
+      {"kps-ds620", "fridgemagnets", 256, 0, "B7"},
+      {"kps-ds620", "postcards", 9, -1, "] paper size 9 (iso_a4_210x297mm, 210 x 297 mm) is not offered by kps-ds620; it offers: B7 (3.5x5, "},
+      {"kps-cp1300", "postcards", 256, 0, "Postcard"},
+      {"kps-cp1300", "frames", 256, 0, "Postcard"},
+      // Its L paper is 89 x 119 mm: shorter than 3.5 x 5 in.
+      {"kps-cp1300", "cardsets", 256, -1, std::string("] paper size 258 (oe_photo-l_3.5x5in, 88.9 x 127 mm) is not offered by kps-cp1300") + kCp1300Offers},
+      {"kps-cp1300", "fridgemagnets", 256, -1, "] paper size 258 (oe_photo-l_3.5x5in, 88.9 x 127 mm) is not offered by kps-cp1300"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.queue) + " " + row.type + " " + std::to_string(row.fourSize));
+    PrinterSettings.fourSize = row.fourSize;
+    const int before = lastJob();
+    OutputWatcher out;
+    EXPECT_EQ(manager.PrintImage(utf8ToWide(row.queue), utf8ToWide(picture), row.type), row.code);
+    if (row.code != 0) {
+      EXPECT_EQ(lastJob(), before) << "a job was made";
+      EXPECT_NE(out.text().find(row.driverPaper), std::string::npos) << out.text();
+      continue;
+    }
+    ASSERT_GT(lastJob(), before);
+    const std::regex used("\\[Job " + std::to_string(lastJob()) + "\\] Gutenprint: +Using page size (\\S+) with");
+    std::smatch size;
+    const std::string log = cups->log();
+    ASSERT_TRUE(std::regex_search(log, size, used)) << "no page size in the scheduler's log";
+    EXPECT_EQ(size[1].str(), row.driverPaper);
+    // What the filters were given: the driver's paper by its name, and no tray or media type,
+    // which these drivers do not have.
+    const std::regex given("\\[Job " + std::to_string(lastJob()) + "\\] argv\\[5\\]=\"([^\"]*)\"");
+    ASSERT_TRUE(std::regex_search(log, size, given));
+    EXPECT_EQ(size[1].str().rfind("media=" + row.driverPaper + " ", 0), 0u) << size[1].str();
+    EXPECT_EQ(size[1].str().find("media-source"), std::string::npos) << size[1].str();
+    EXPECT_EQ(size[1].str().find("media-type"), std::string::npos) << size[1].str();
+    EXPECT_NE(output(std::string("lpoptions -p ") + row.queue + " -l").find("*" + row.driverPaper + " "), std::string::npos);
+  }
 }
 
 // A real photo reaches the printer as the photo scaled to the drawn rectangle: decoded at the

@@ -31,6 +31,10 @@ class PrivateCups {
   // Stops the scheduler alone and starts it again; it keeps its jobs.
   void restartScheduler() const { sh(script_ + " restart " + state_.path()); }
   std::string keptDocumentsDir() const { return state_.file("eve"); }
+  // The scheduler's log (debug level: what each job's filters said), and a PPD whose paper is
+  // the virtual printer's, for queues a test adds.
+  std::string log() const { return state_.read("log/error_log"); }
+  std::string photoPpd() const { return state_.file("photo.ppd"); }
 
  private:
   const std::string script_ = std::string(KPS_SOURCE_DIR) + "/sandbox/cups.sh";

@@ -220,14 +220,19 @@ TEST_F(Win32Printer, InstalledPrintersWithTheirStateAndWhatTheDriverOffers) {
   EXPECT_TRUE(failed);
   enumerationFails = false;
 
-  // Wine's driver for the queue offers letter (1) and A4 (9) among others, not A3 (8).
-  const DriverOffer offer = manager.OfferedMedia(L"kps-virtual");
-  ASSERT_TRUE(offer.known);
-  for (const auto& [paper, offered] : {std::pair{"1", true}, {"9", true}, {"8", false}})
-    EXPECT_EQ(std::count(offer.papers.begin(), offer.papers.end(), paper), offered ? 1 : 0) << paper;
-  EXPECT_FALSE(offer.sources.empty());
-  EXPECT_EQ(manager.PaperName(256), "256");
-  EXPECT_FALSE(manager.OfferedMedia(L"kps-missing").known);
+  // Wine's driver for the queue offers letter (1) and A4 (9) among others, not A3 (8); a paper
+  // it lacks is written into the device mode all the same, so nothing is required.
+  for (const auto& [paper, offered] : {std::pair{1, true}, {9, true}, {8, false}}) {
+    const DriverChoice choice = manager.PaperChoice(L"kps-virtual", paper);
+    EXPECT_TRUE(choice.known && choice.hasChoice && !choice.required) << paper;
+    EXPECT_EQ(choice.offered, offered) << paper;
+    EXPECT_EQ(choice.configured, std::to_string(paper));
+    EXPECT_EQ(std::count(choice.offers.begin(), choice.offers.end(), "9"), 1) << paper;
+  }
+  EXPECT_EQ(manager.PaperChoice(L"kps-virtual", 65535 + 257).configured, "256");  // a 16-bit field
+  EXPECT_FALSE(manager.SourceChoice(L"kps-virtual", 7).offers.empty());
+  EXPECT_FALSE(manager.PaperChoice(L"kps-missing", 1).known);
+  EXPECT_FALSE(manager.MediaTypeChoice(L"kps-virtual", 326).known);  // the driver is not asked
 }
 
 // The README's "When the printer fails", Windows column: the spooler's answers to the job
