@@ -14,7 +14,10 @@ int RemoteOrderIdManger::GetobjectToFile(const std::string& objectKey, const std
   }
   std::cout << "GetObjectToFile fail" << ",code:" << error.code << ",message:" << error.message
             << ",requestId:" << error.requestId << std::endl;
-  if (error.localWrite) {
+  if (!error.refused.empty()) {
+    lastLocalFailure_ = LocalFailure::Refused;
+    lastLocalMessage_ = error.refused;
+  } else if (error.localWrite) {
     lastLocalFailure_ = error.keyLocal ? LocalFailure::Key : LocalFailure::Machine;
     lastLocalMessage_ = error.message;
   }

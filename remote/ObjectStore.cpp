@@ -1,5 +1,6 @@
 #include "remote/ObjectStore.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -89,10 +90,14 @@ std::string oneLine(const std::string& body) {
   return line;
 }
 
+// An error document is a few hundred bytes: what a body holds past this is not read into memory.
+constexpr std::size_t kMostErrorBody = 64 << 10;
+
 // One attempt's receiving end. A 2xx body goes to the temporary file, created at its first
 // byte; any other body is kept as the error document. The file is removed unless kept.
 struct Transfer {
-  explicit Transfer(std::string temporaryPath) : temporary(std::move(temporaryPath)) {}
+  Transfer(std::string temporaryPath, std::uint64_t mostBytes)
+      : temporary(std::move(temporaryPath)), mostBytes(mostBytes) {}
   ~Transfer() {
     file.reset();
     if (created && !kept) {
@@ -109,8 +114,16 @@ struct Transfer {
     long status = 0;
     curl_easy_getinfo(t.curl, CURLINFO_RESPONSE_CODE, &status);
     if (status < 200 || status >= 300) {
-      t.errorBody.append(data, bytes);
+      t.errorBody.append(data, std::min(bytes, kMostErrorBody - std::min(kMostErrorBody, t.errorBody.size())));
       return bytes;
+    }
+    // Larger than any picture, by its length or by what came: stopped before the disk fills.
+    curl_off_t length = -1;
+    curl_easy_getinfo(t.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    t.received += bytes;
+    if (t.received > t.mostBytes || (length > 0 && static_cast<std::uint64_t>(length) > t.mostBytes)) {
+      t.tooLarge = true;
+      return 0;
     }
     if (!t.open()) return 0;  // aborts the transfer: nowhere to put the bytes
     t.crc = crc64(t.crc, data, bytes);
@@ -161,6 +174,9 @@ struct Transfer {
 
   CURL* curl = nullptr;
   std::string temporary;
+  std::uint64_t mostBytes;
+  std::uint64_t received = 0;
+  bool tooLarge = false;
   FilePtr file;
   bool created = false;
   bool kept = false;
@@ -193,6 +209,7 @@ std::pair<CURLcode, long> perform(const OssSettings& settings, const std::string
   curl_easy_setopt(curl.get(), CURLOPT_CONNECTTIMEOUT_MS, settings.connectTimeoutMs);
   curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_LIMIT, 1L);
   curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_TIME, settings.stallSeconds);
+  curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, settings.mostTransferSeconds);
   curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, Transfer::onBody);
   curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &transfer);
   curl_easy_setopt(curl.get(), CURLOPT_HEADERFUNCTION, Transfer::onHeader);
@@ -231,8 +248,21 @@ bool fetchObjectToFile(const OssSettings& settings, const std::string& key,
   const std::string url = ossObjectUrl(settings, key);
   bool clockCorrected = false;
   for (std::size_t retries = 0;;) {
-    Transfer transfer(downloadTemporaryPath(filePath));
+    Transfer transfer(downloadTemporaryPath(filePath), settings.mostObjectBytes);
+    const auto started = std::chrono::steady_clock::now();
     auto [result, status] = perform(settings, url, key, transfer);
+    const bool tooSlow = result == CURLE_OPERATION_TIMEDOUT &&
+                         std::chrono::steady_clock::now() - started >= std::chrono::seconds(settings.mostTransferSeconds);
+    if (transfer.tooLarge || tooSlow) {
+      error = clientError(result, transfer.tooLarge ? "the object is larger than any picture" : "the transfer took too long",
+                          transfer.requestId);
+      const std::uint64_t most = settings.mostObjectBytes;
+      error.refused = transfer.tooLarge ? "larger than " + (most >= (1u << 20) ? std::to_string(most >> 20) + " MiB"
+                                                                               : std::to_string(most) + " bytes") +
+                                              ", more than any picture"
+                                        : "its download took more than " + std::to_string(settings.mostTransferSeconds) + " s";
+      return false;
+    }
     if (result == CURLE_OK && status >= 200 && status < 300) {
       if (!transfer.crcHeader.empty() && transfer.crcHeader != std::to_string(transfer.crc)) {
         error = OssError{};

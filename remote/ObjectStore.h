@@ -28,6 +28,11 @@ struct OssSettings {
   long stallSeconds = 10;
   std::vector<long> retryDelaysMs = {300, 600, 1200};
   bool correctClock = true;  // sign with the store's clock after a RequestTimeTooSkewed answer
+  // Bounds no real picture reaches (a 48 MP phone photo is about 20 MB): an object larger, or a
+  // transfer longer, fails its task at once, never retried, instead of filling the disk or
+  // holding the intake on every poll.
+  std::uint64_t mostObjectBytes = 256ull << 20;
+  long mostTransferSeconds = 600;
   // How a back-off waits; tests record the pauses instead of taking them.
   std::function<void(std::chrono::milliseconds)> pause = [](std::chrono::milliseconds ms) {
     std::this_thread::sleep_for(ms);

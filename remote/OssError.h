@@ -14,6 +14,9 @@ struct OssError {
   // this file system cannot hold) when keyLocal, else because of the machine (a full disk).
   bool localWrite = false;
   bool keyLocal = false;
+  // Why the object is no picture this service takes (larger, or slower, than any photo), or
+  // "": the task fails at once.
+  std::string refused;
 };
 
 // Reads the fields from an error body; a field that is missing stays empty, so a body that is

@@ -27,7 +27,8 @@ class RemoteOrderIdManger : public Database {
                         int& retries);
 
   // Where the last download failed on this machine's side, if it did.
-  enum class LocalFailure { None, Machine, Key };
+  // Refused: the object is no picture (too large, too slow); lastLocalMessage_ says why.
+  enum class LocalFailure { None, Machine, Key, Refused };
   LocalFailure lastLocalFailure_ = LocalFailure::None;
   std::string lastLocalMessage_;
   std::string lastListOutcome_;  // what the last body was to the intake, for the status file

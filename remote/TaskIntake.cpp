@@ -99,6 +99,7 @@ RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::strin
   while (GetobjectToFile(pic, path) != 0) {
     // The store answered; this machine could not keep the bytes.
     if (lastLocalFailure_ == LocalFailure::Key) return refused("cannot be stored here: " + lastLocalMessage_);
+    if (lastLocalFailure_ == LocalFailure::Refused) return refused(lastLocalMessage_);
     if (lastLocalFailure_ == LocalFailure::Machine) return deferred();
     if (++retries > 3) return Picture::Missing;
   }

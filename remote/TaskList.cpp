@@ -3,6 +3,8 @@
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
 
+#include "src/Utf8.h"
+
 namespace kps {
 
 std::string taskListQuery(const std::string& screenNumber) { return "screenNumber=" + screenNumber; }
@@ -16,6 +18,15 @@ const rapidjson::Value* stringMember(const rapidjson::Value& object, const char*
 
 std::string text(const rapidjson::Value* value) {
   return std::string(value->GetString(), value->GetStringLength());
+}
+
+// A string the body spelled with escapes can still be no text: a lone surrogate ("\udc00")
+// decodes to bytes that are not UTF-8, and "\u0000" would cut it short wherever it is stored.
+const rapidjson::Value* textMember(const rapidjson::Value& object, const char* name) {
+  const rapidjson::Value* value = stringMember(object, name);
+  if (!value) return nullptr;
+  const std::string bytes = text(value);
+  return bytes.find('\0') == std::string::npos && isValidUtf8(bytes) ? value : nullptr;
 }
 
 }  // namespace
@@ -40,10 +51,10 @@ std::optional<std::vector<TaskListEntry>> parseTaskList(const std::string& body,
   for (const auto& element : data->value.GetArray()) {
     if (!element.IsObject() || !element.HasMember("taskId") || !element.HasMember("pic")) continue;
     TaskListEntry entry;
-    const auto* taskId = stringMember(element, "taskId");
-    const auto* pic = stringMember(element, "pic");
-    const auto* orderNo = stringMember(element, "businessOrderId");
-    const auto* type = stringMember(element, "type");
+    const auto* taskId = textMember(element, "taskId");
+    const auto* pic = stringMember(element, "pic");  // its own checks name a NUL in it
+    const auto* orderNo = textMember(element, "businessOrderId");
+    const auto* type = textMember(element, "type");
     const auto number = element.FindMember("number");
     entry.taskId = taskId ? text(taskId) : "?";
     entry.wellFormed = taskId && pic && orderNo && type && number != element.MemberEnd() &&

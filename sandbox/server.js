@@ -18,7 +18,8 @@
 //   DATA_DIR/oss-faults: one JSON object a line, each answering one request, in order:
 //   {"error": 500} an error document | {"status": N, "body": "..."} that answer as it is |
 //   {"cut": N} N bytes, then the connection drops | {"stall": true} headers, then nothing |
-//   {"crc": "N"} the object with a wrong x-oss-hash-crc64ecma
+//   {"crc": "N"} the object with a wrong x-oss-hash-crc64ecma | {"status": N, "repeat": BYTES} that
+//   answer with a body of BYTES bytes | {"trickle": MS} the object one byte every MS milliseconds
 //   Every object carries its CRC-64 in x-oss-hash-crc64ecma, as the real store sends it.
 //   DATA_DIR/oss-mode: ok (default) | fail (HTTP 500) | stall (headers, then nothing) | cut
 //   (half the body, then the connection drops)
@@ -158,7 +159,7 @@ function objectStore(req, res) {
   const fault = nextFault() || {};
   if (fault.status) {
     res.writeHead(fault.status, { 'Content-Type': 'application/xml', 'x-oss-request-id': requestId });
-    return res.end(fault.body || '');
+    return res.end(fault.repeat ? Buffer.alloc(fault.repeat, 'x') : fault.body || '');
   }
   const m = mode('oss-mode');
   if (m === 'fail' || fault.error) {
@@ -173,6 +174,14 @@ function objectStore(req, res) {
   res.writeHead(200, { 'Content-Type': 'image/jpeg', 'Content-Length': bytes.length,
     'x-oss-request-id': requestId, 'x-oss-hash-crc64ecma': fault.crc || crc64(bytes) });
   if (m === 'stall' || fault.stall) return res.flushHeaders();
+  if (fault.trickle) {
+    let sent = 0;
+    const timer = setInterval(() => {
+      if (sent >= bytes.length) { clearInterval(timer); return res.end(); }
+      res.write(bytes.subarray(sent, ++sent));
+    }, fault.trickle);
+    return res.on('close', () => clearInterval(timer));
+  }
   if (m === 'cut' || fault.cut !== undefined) {
     res.write(bytes.subarray(0, fault.cut !== undefined ? fault.cut : Math.floor(bytes.length / 2)));
     return setTimeout(() => req.socket.destroy(), 50);

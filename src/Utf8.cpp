@@ -71,4 +71,7 @@ std::string wideToUtf8(const std::wstring& text) {
   return out;
 }
 
+// What the conversion repairs does not come back as it went.
+bool isValidUtf8(const std::string& text) { return wideToUtf8(utf8ToWide(text)) == text; }
+
 }  // namespace kps

@@ -9,4 +9,7 @@ namespace kps {
 std::wstring utf8ToWide(const std::string& text);
 std::string wideToUtf8(const std::wstring& text);
 
+// Whether text is well-formed UTF-8 (no stray byte, no surrogate, no overlong form).
+bool isValidUtf8(const std::string& text);
+
 }  // namespace kps

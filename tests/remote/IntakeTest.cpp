@@ -3,6 +3,7 @@
 // accept, and task-list bodies.
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -103,6 +104,13 @@ TEST_F(Intake, WhatADownloadFailsOnAndWhatItRetries) {
        [](OssSettings& s) { s.endpoint = "https://kps-test.invalid"; }},
       {"untrusted certificate", "", 0, fail + "ClientError:200060,", 0, {},
        [](OssSettings&) { httpSettings().caBundle = TestCertificates::get().otherCaFile(); }},
+      // Bounds no picture reaches, shortened here: not retried, nothing kept.
+      {"larger than any picture", "", 0, fail + "ClientError:200023,message:the object is larger than any picture", 1, {},
+       [](OssSettings& s) { s.mostObjectBytes = 1999; }},
+      {"trickled past the time a transfer may take", R"({"trickle":400})", 1,
+       fail + "ClientError:200028,message:the transfer took too long", 1, {}, [](OssSettings& s) { s.mostTransferSeconds = 2; }},
+      {"a server error of 64 MB", R"({"status":400,"repeat":64000000})", 1,
+       fail + "ServerError:400,message:" + std::string(200, 'x') + id + "1\n", 1, {}},
   };
   for (const auto& c : cases) {
     TestTransport caseTransport;
@@ -114,8 +122,13 @@ TEST_F(Intake, WhatADownloadFailsOnAndWhatItRetries) {
     c.tweak(ossSettings());
     std::filesystem::remove(dir.file("k.jpg"));
     testing::internal::CaptureStdout();
+    rusage before{}, after{};
+    getrusage(RUSAGE_SELF, &before);
     const int result = intake.GetobjectToFile(c.key, dir.file("k.jpg"));
+    getrusage(RUSAGE_SELF, &after);
     const std::string out = testing::internal::GetCapturedStdout();
+    // An error body is kept only as far as an error document goes: never in memory whole.
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 32 << 10) << c.name << ": KiB more at the peak";
     const bool fetched = c.line == ok;
     EXPECT_EQ(result, fetched ? 0 : 1) << c.name;
     EXPECT_EQ(out.substr(0, c.line.size()), c.line) << c.name;
@@ -334,14 +347,19 @@ TEST_F(Intake, BadKeysAndCopyCountsAreStoredFailedWithALineAndThePassGoesOn) {
   tasks.push_back(task("T-ok", "ok.jpg", 999));
   tasks.push_back(task("T-ok2", "..a/b..c.jpg"));  // dots inside names are names
   store.put("..a/b..c.jpg", "jpeg");
+  // An object larger than any picture (the bound shortened here) fails its task the same way.
+  ossSettings().mostObjectBytes = 100;
+  store.put("huge.jpg", std::string(101, 'h'));
+  tasks.push_back(task("T-huge", "huge.jpg"));
   OutputWatcher log;
   intake.ReceiveBackupData(taskList(tasks));
+  EXPECT_NE(log.text().find("] refused picture key: huge.jpg (larger than 100 bytes, more than any picture)\n"), std::string::npos);
   for (const auto& [key, why] : cases)
     EXPECT_NE(log.text().find("] refused picture key: " + key + " (" + why + ")\n"), std::string::npos) << key;
   EXPECT_NE(log.text().find("] task refused, more copies than 999: T-copies (1000)\n"), std::string::npos);
   EXPECT_EQ(log.text().find("task left for a later poll"), std::string::npos) << log.text();
-  EXPECT_EQ(store.requests(), 3);  // only the good tasks' pictures
-  EXPECT_EQ(file.scalar("SELECT count(*) FROM local WHERE status = 4"), std::to_string(std::size(cases) + 1));
+  EXPECT_EQ(store.requests(), 4);  // only the good tasks' pictures, and the huge one's once
+  EXPECT_EQ(file.scalar("SELECT count(*) FROM local WHERE status = 4"), std::to_string(std::size(cases) + 2));
   EXPECT_EQ(file.scalar("SELECT group_concat(uuid||':'||status||':'||realNumber) FROM (SELECT * FROM local WHERE uuid "
                         "IN ('T-longest', 'T-copies', 'T-ok', 'T-ok2') ORDER BY uuid)"),
             "T-copies:4:1000,T-longest:0:1,T-ok:0:999,T-ok2:0:1");
@@ -360,12 +378,18 @@ TEST_F(Intake, ElementsOfOtherShapesAreSkippedWithALine) {
       "{\"taskId\":\"T-4\",\"pic\":\"a.jpg\",\"businessOrderId\":\"O\",\"number\":1e99,\"type\":\"frames\"}",
       "{\"taskId\":\"T-5\",\"pic\":\"a.jpg\",\"businessOrderId\":\"O\",\"number\":9999999999,\"type\":\"frames\"}",
       "{\"taskId\":6,\"pic\":\"a.jpg\",\"businessOrderId\":\"O\",\"number\":1,\"type\":\"frames\"}",
+      // Escapes that make no text: a lone surrogate, a NUL that would cut the id short.
+      "{\"taskId\":\"T-\\udc00\",\"pic\":\"a.jpg\",\"businessOrderId\":\"O\",\"number\":1,\"type\":\"frames\"}",
+      "{\"taskId\":\"T-7\\u0000x\",\"pic\":\"a.jpg\",\"businessOrderId\":\"O\",\"number\":1,\"type\":\"frames\"}",
+      "{\"taskId\":\"T-8\",\"pic\":\"a.jpg\",\"businessOrderId\":\"O\\udfff\",\"number\":1,\"type\":\"frames\"}",
+      "{\"taskId\":\"T-9\",\"pic\":\"a.jpg\",\"businessOrderId\":\"O\",\"number\":1,\"type\":\"frames\\u0000\"}",
       "{\"pic\":\"a.jpg\"}", "42",
       "{\"taskId\":\"D\",\"taskId\":\"E\",\"pic\":\"a.jpg\",\"businessOrderId\":\"O\",\"number\":-3,\"type\":\"frames\","
       "\"pad\":\"" + std::string(8 << 20, 'x') + "\"}",
   }));
   EXPECT_EQ(rows(), "D:0:-");  // the first of two taskIds, its negative copies as sent
-  for (const char* name : {"T-1", "T-2", "T-3", "T-4", "T-5", "?"})
+  EXPECT_EQ(count(log.text(), "] task skipped, malformed member: ?\n"), 3u);  // 6, the lone surrogate, the NUL
+  for (const char* name : {"T-1", "T-2", "T-3", "T-4", "T-5", "?", "T-8", "T-9"})
     EXPECT_NE(log.text().find(std::string("] task skipped, malformed member: ") + name + "\n"), std::string::npos) << name;
   EXPECT_TRUE(takeWakeUp());
 }
