@@ -79,8 +79,15 @@ RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::strin
       why = error.message();
     else if (error && error != std::errc::no_such_file_or_directory)
       machine = error;
-    // A file that is there is never fetched again, whatever it holds.
-    else if (std::filesystem::exists(status)) return Picture::Present;
+    // A file that is there is never fetched again, whatever it holds; but only a file of this
+    // very name, and a regular one: another key's picture is never this task's, and a FIFO or
+    // a device is no picture.
+    else if (std::filesystem::exists(status) && !spelledAsOnDisk(folderOf(path.substr(0, path.size() - pic.size())), pic))
+      why = "names an existing file by another spelling";
+    else if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+      why = "does not name a regular file";
+    else if (std::filesystem::exists(status))
+      return Picture::Present;
   }
   const auto refused = [&](const std::string& reason) {
     logLine(KPS_TAG_REMOTE, __LINE__, "refused picture key: ", pic + " (" + reason + ")");

@@ -3,6 +3,8 @@
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
 
+#include <cctype>
+
 #include "src/Utf8.h"
 
 namespace kps {
@@ -70,6 +72,33 @@ std::optional<std::vector<TaskListEntry>> parseTaskList(const std::string& body,
   return tasks;
 }
 
+namespace {
+
+// Why Windows could not hold a file or folder of this name, or nullptr. Refused on both
+// platforms, so that a store moved between them behaves alike: on Windows such a key fails
+// only at the rename, as an input/output error that would hold every later task back.
+const char* windowsNameProblem(const std::string& segment) {
+  for (const char c : segment)
+    if (static_cast<unsigned char>(c) < 32 || std::string("<>:\"|?*").find(c) != std::string::npos)
+      return "holds a character Windows does not allow in a name";
+  if (segment.back() == '.' || segment.back() == ' ') return "ends in a dot or a blank, which Windows drops";
+  // A device's name opens the device, whatever extension follows it.
+  std::string base = segment.substr(0, segment.find('.'));
+  while (!base.empty() && base.back() == ' ') base.pop_back();
+  for (char& c : base) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  static const char* const devices[] = {"con", "prn", "aux", "nul", "conin$", "conout$"};
+  for (const char* device : devices)
+    if (base == device) return "names a device on Windows";
+  const bool numbered = base.size() >= 4 && (base.compare(0, 3, "com") == 0 || base.compare(0, 3, "lpt") == 0);
+  const std::string number = numbered ? base.substr(3) : "";
+  if (numbered && ((number.size() == 1 && std::isdigit(static_cast<unsigned char>(number[0]))) ||
+                   number == "\xC2\xB9" || number == "\xC2\xB2" || number == "\xC2\xB3"))  // COM1, LPT\u00B9, ...
+    return "names a device on Windows";
+  return nullptr;
+}
+
+}  // namespace
+
 const char* pictureKeyProblem(const std::string& key) {
   if (key.find('\0') != std::string::npos) return "holds a NUL character";
   if (!key.empty() && (key.front() == '/' || key.front() == '\\' || (key.size() >= 2 && key[1] == ':')))
@@ -81,6 +110,7 @@ const char* pictureKeyProblem(const std::string& key) {
     if (segment == "..") return "leaves the working directory";
     // "x/", ".", "a//b": the path would end at, or pass through, a folder's own name.
     if (segment.empty() || segment == ".") return "does not name a file";
+    if (const char* problem = windowsNameProblem(segment)) return problem;
     if (end == std::string::npos) return nullptr;
     start = end + 1;
   }

@@ -33,7 +33,8 @@ std::optional<std::vector<TaskListEntry>> parseTaskList(const std::string& body,
 
 // Why an object key may not become a file path under the working directory, or nullptr when
 // it may: it must be relative (no leading separator, no drive), without ".." (leaving), "." or
-// empty segments (naming a folder), and without NUL.
+// empty segments (naming a folder), without NUL, and every segment a name Windows can hold (none
+// of <>:"|?* or control characters, no trailing dot or blank, no device name as AUX or COM1).
 const char* pictureKeyProblem(const std::string& key);
 
 }  // namespace kps

@@ -46,6 +46,22 @@ std::FILE* openRegularFile(const std::string& utf8) {
   return file;
 }
 
+bool spelledAsOnDisk(const std::string& folder, const std::string& relative) {
+  std::string path = folder;
+  for (std::size_t start = 0;;) {
+    const auto end = relative.find_first_of("\\/", start);
+    const std::string part = relative.substr(start, end - start);
+    path += "\\" + part;
+    WIN32_FIND_DATAW found;
+    const HANDLE search = FindFirstFileW(utf8ToWide(path).c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) return true;  // not there: nothing to compare
+    FindClose(search);
+    if (wideToUtf8(found.cFileName) != part) return false;
+    if (end == std::string::npos) return true;
+    start = end + 1;
+  }
+}
+
 std::string workingDirectory() {
   wchar_t buffer[MAX_PATH + 1] = {};
   const DWORD size = GetCurrentDirectoryW(MAX_PATH, buffer);
@@ -82,6 +98,8 @@ std::FILE* openRegularFile(const std::string& utf8) {
   if (!file) ::close(descriptor);
   return file;
 }
+
+bool spelledAsOnDisk(const std::string&, const std::string&) { return true; }
 
 std::string workingDirectory() {
   char buffer[4096];

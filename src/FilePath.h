@@ -39,6 +39,11 @@ bool isNameProblem(const std::error_code& error);
 // over it, so that a reader sees the old file or the new one, never a part. False with `error`.
 bool replaceFile(const std::string& path, const std::string& text, std::error_code& error);
 
+// Whether each part of `relative` that exists under `folder` is named there exactly as spelled:
+// on Windows "Photo.JPG" and "photo.jpg" are one file, and its name on disk is the first's.
+// Always true where names keep their letter case.
+bool spelledAsOnDisk(const std::string& folder, const std::string& relative);
+
 // The process's working directory as UTF-8, or "" when it cannot be read.
 std::string workingDirectory();
 

@@ -84,8 +84,12 @@ bool OwnFiles::owns(const std::string& path) const {
 }
 
 const char* OwnFiles::keyProblem(const std::string& key) const {
-  return owns(workingDirectory_ + kPathSeparator + key) ? "names one of the service's own files"
-                                                        : nullptr;
+  // A folder of a download's temporary name would be where the next download in its folder
+  // writes: every picture there would fail.
+  const std::vector<std::string> parts = segments(key);
+  const bool temporary = std::any_of(parts.begin(), parts.end(), isDownloadTemporaryName);
+  return temporary || owns(workingDirectory_ + kPathSeparator + key) ? "names one of the service's own files"
+                                                                      : nullptr;
 }
 
 std::string downloadTemporaryPath(const std::string& picturePath) {
@@ -93,7 +97,15 @@ std::string downloadTemporaryPath(const std::string& picturePath) {
   for (const char c : nameOf(picturePath))
     if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) ++characters;
   const std::string folder = picturePath.substr(0, picturePath.size() - nameOf(picturePath).size());
-  return folder + std::string(std::min<std::size_t>(std::max<std::size_t>(characters, 1), 8), '~');
+  // Never a folder that is there (made by hand, or by a version that took such keys): shorter
+  // names are tried, and a folder at every length fails the download as the key's.
+  const std::size_t longest = std::min<std::size_t>(std::max<std::size_t>(characters, 1), 8);
+  for (std::size_t length = longest; length > 0; --length) {
+    std::error_code error;
+    if (!std::filesystem::is_directory(toPath(folder + std::string(length, '~')), error))
+      return folder + std::string(length, '~');
+  }
+  return folder + std::string(longest, '~');
 }
 
 bool isDownloadTemporaryName(const std::string& fileName) {

@@ -32,7 +32,8 @@ class OwnFiles {
 };
 
 // The download's temporary file for a picture: in the picture's folder, named by as many '~'
-// as the picture's name has characters (at most 8), so that it fits wherever the picture fits.
+// as the picture's name has characters (at most 8), so that it fits wherever the picture fits;
+// fewer where a folder has that name.
 std::string downloadTemporaryPath(const std::string& picturePath);
 bool isDownloadTemporaryName(const std::string& fileName);
 

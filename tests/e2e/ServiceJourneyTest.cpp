@@ -11,9 +11,10 @@ namespace kps {
 namespace {
 
 TEST_F(ServiceJourney, EveryProductTypePrintedAndReportedOnce) {
-  for (const char* key : {"p/post.jpg", "p/frame.jpg", "p/card.jpg", "p/magnet.jpg"}) putPicture(key);
+  // A backslash separates folders as a slash does: that picture is kept, and printed, at p/card.jpg.
+  for (const char* key : {"p/post.jpg", "p/frame.jpg", "p\\card.jpg", "p/magnet.jpg"}) putPicture(key);
   setTasks({task("T-post", "p/post.jpg", 1, "postcards"), task("T-frame", "p/frame.jpg", 2, "frames"),
-            task("T-card", "p/card.jpg", 1, "cardsets"), task("T-magnet", "p/magnet.jpg", 1, "fridgemagnets"),
+            task("T-card", "p\\card.jpg", 1, "cardsets"), task("T-magnet", "p/magnet.jpg", 1, "fridgemagnets"),
             task("T-bad", "p/post.jpg", 1, "posters")});
   startService();
   const std::pair<std::string, std::string> finals[] = {
@@ -259,6 +260,42 @@ TEST_F(WineJourney, PictureBombsFailTheirOrdersAndTheNextOnePrints) {
   EXPECT_EQ(count(output_, kBombLines[1]), 2u) << output_;
   SqliteFile db(root.file("work/PrintData.db"));
   EXPECT_EQ(db.order("T-good"), printedRow());
+}
+
+// Keys Windows cannot hold (a device, a stream, a character it forbids), a key naming another
+// task's picture by another spelling, and one through a folder of a download's temporary name:
+// each task is failed and reported, and none holds back the tasks after it; a download beside a
+// folder of that name (left by an older version) takes a shorter temporary name.
+TEST_F(WineJourney, KeysWindowsCannotHoldOrSpelledAnotherWayHoldNothingBack) {
+  fs::create_directories(root.file("work/pics/~~~~~~~~"));
+  for (const char* key : {"Photo.JPG", "photo.jpg", "pics/longname.jpg", "last.jpg"}) putPicture(key);
+  const std::vector<std::pair<std::string, std::string>> refused = {
+      {"aux.jpg", "names a device on Windows"}, {"x/CON", "names a device on Windows"},
+      {"a.jpg:x", "holds a character Windows does not allow in a name"},
+      {"what?.jpg", "holds a character Windows does not allow in a name"},
+      {"photo.jpg", "names an existing file by another spelling"},
+      {"pics/~~~~~~~~/x.jpg", "names one of the service's own files"}};
+  std::vector<std::string> tasks = {task("T-first", "Photo.JPG")}, ids = {"T-first", "T-beside", "T-last"};
+  for (std::size_t i = 0; i < refused.size(); ++i) {
+    tasks.push_back(task("T-refused-" + std::to_string(i), refused[i].first));
+    ids.push_back("T-refused-" + std::to_string(i));
+  }
+  tasks.push_back(task("T-beside", "pics/longname.jpg"));
+  tasks.push_back(task("T-last", "last.jpg"));
+  setTasks(tasks);
+  startService();
+  ASSERT_TRUE(waitUntil([&] { return allFinal(ids) && keptPages().size() == 3; }, 120s)) << syncLog() << service->out();
+  stopService();
+  for (std::size_t i = 0; i < refused.size(); ++i) {
+    EXPECT_EQ(lastReport("T-refused-" + std::to_string(i)), report("T-refused-" + std::to_string(i), 4, 0)) << refused[i].first;
+    EXPECT_NE(output_.find("] refused picture key: " + refused[i].first + " (" + refused[i].second + ")"), std::string::npos)
+        << refused[i].first << "\n" << output_;
+  }
+  EXPECT_EQ(output_.find("task left for a later poll"), std::string::npos) << output_;
+  SqliteFile db(root.file("work/PrintData.db"));
+  for (const char* id : {"T-first", "T-beside", "T-last"}) EXPECT_EQ(db.order(id), printedRow()) << id;
+  EXPECT_EQ(root.read("work/Photo.JPG"), root.read("sandbox/objects/Photo.JPG"));  // the first key's picture, kept
+  EXPECT_TRUE(fs::is_regular_file(root.file("work/pics/longname.jpg")));
 }
 
 TEST_F(WineJourney, EveryProductTypeANonAsciiKeyAndAMissingPicture) {

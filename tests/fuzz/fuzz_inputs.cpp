@@ -51,12 +51,17 @@ void readIni(const std::string& text) {
     __builtin_trap();  // a lone entry must be found again
 }
 
+// A key that leaves the working directory must never reach the disk (the service refuses more:
+// names Windows cannot hold), and a well-formed task's text is text.
 void readTaskList(const std::string& body) {
-  // A key that leaves the working directory must never reach the disk.
   if (const auto tasks = kps::parseTaskList(body))
-    for (const auto& task : *tasks)
-      if (task.wellFormed && (kps::pictureKeyProblem(task.pic) != nullptr) != refused(task.pic)) __builtin_trap();
-  if ((kps::pictureKeyProblem(body) != nullptr) != refused(body)) __builtin_trap();
+    for (const auto& task : *tasks) {
+      if (!task.wellFormed) continue;
+      if (refused(task.pic) && !kps::pictureKeyProblem(task.pic)) __builtin_trap();
+      for (const std::string* text : {&task.taskId, &task.orderNo, &task.type})
+        if (text->find('\0') != std::string::npos || !kps::isValidUtf8(*text)) __builtin_trap();
+    }
+  if (refused(body) && !kps::pictureKeyProblem(body)) __builtin_trap();
 }
 
  // A header let through is one of the five formats with a size inside the budget.

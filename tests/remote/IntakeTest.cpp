@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -326,7 +327,13 @@ TEST_F(Intake, BadKeysAndCopyCountsAreStoredFailedWithALineAndThePassGoesOn) {
   store.put("ok.jpg", "jpeg");
   const std::string leaves = "leaves the working directory", noFile = "does not name a file";
   const std::string own = "names one of the service's own files";
+  const std::string windows = "holds a character Windows does not allow in a name", device = "names a device on Windows";
   const std::string tooLong(300, 'n');
+  ASSERT_EQ(::mkfifo(dir.file("fifo.jpg").c_str(), 0600), 0);
+  // A folder of a temporary's name, left by an older version: the next download beside it
+  // takes a shorter temporary name.
+  std::filesystem::create_directories(dir.file("pics/~~~~~~~~"));
+  store.put("pics/beside.jpg", "jpeg");
   const std::pair<std::string, std::string> cases[] = {
       {"../escape.jpg", leaves}, {"a/../../escape.jpg", leaves}, {"/etc/escape.jpg", leaves},
       {"\\\\server\\share.jpg", leaves}, {"C:\\escape.jpg", leaves}, {"c:x.jpg", leaves}, {"..", leaves},
@@ -335,7 +342,13 @@ TEST_F(Intake, BadKeysAndCopyCountsAreStoredFailedWithALineAndThePassGoesOn) {
       {"file/x.jpg", "its folder is a file"}, {"file/sub/x.jpg", "Not a directory"},
       {tooLong + "/x.jpg", "File name too long"}, {tooLong + ".jpg", "File name too long"},
       {"config.ini", own}, {"PrintData.db", own}, {"PrintData.db-wal", own}, {"PrintData.db-journal", own},
-      {"x/~~~~~~~~", own},
+      {"x/~~~~~~~~", own}, {"pics/~~~~~~~~/x.jpg", own},
+      // Names Windows cannot hold: refused on both platforms.
+      {"what?.jpg", windows}, {"a<b>.jpg", windows}, {"star*.jpg", windows}, {"pipe|.jpg", windows},
+      {"quote\".jpg", windows}, {"a.jpg:stream", windows}, {"tab\t.jpg", windows}, {"photo.jpg.", "ends in a dot or a blank, which Windows drops"},
+      {"folder /x.jpg", "ends in a dot or a blank, which Windows drops"}, {"aux.jpg", device}, {"x/CON", device},
+      {"Com9.tar.gz", device}, {"lpt1 .jpg", device}, {"nul/x.jpg", device},
+      {"fifo.jpg", "does not name a regular file"},
   };
   std::vector<std::string> tasks;
   for (std::size_t i = 0; i < std::size(cases); ++i) tasks.push_back(task("T-" + std::to_string(i), cases[i].first));
@@ -347,6 +360,9 @@ TEST_F(Intake, BadKeysAndCopyCountsAreStoredFailedWithALineAndThePassGoesOn) {
   tasks.push_back(task("T-ok", "ok.jpg", 999));
   tasks.push_back(task("T-ok2", "..a/b..c.jpg"));  // dots inside names are names
   store.put("..a/b..c.jpg", "jpeg");
+  tasks.push_back(task("T-beside", "pics/beside.jpg"));
+  tasks.push_back(task("T-device-like", "console.jpg"));  // a device's name only as a whole
+  store.put("console.jpg", "jpeg");
   // An object larger than any picture (the bound shortened here) fails its task the same way.
   ossSettings().mostObjectBytes = 100;
   store.put("huge.jpg", std::string(101, 'h'));
@@ -358,11 +374,12 @@ TEST_F(Intake, BadKeysAndCopyCountsAreStoredFailedWithALineAndThePassGoesOn) {
     EXPECT_NE(log.text().find("] refused picture key: " + key + " (" + why + ")\n"), std::string::npos) << key;
   EXPECT_NE(log.text().find("] task refused, more copies than 999: T-copies (1000)\n"), std::string::npos);
   EXPECT_EQ(log.text().find("task left for a later poll"), std::string::npos) << log.text();
-  EXPECT_EQ(store.requests(), 4);  // only the good tasks' pictures, and the huge one's once
+  EXPECT_EQ(store.requests(), 6);  // only the good tasks' pictures, and the huge one's once
   EXPECT_EQ(file.scalar("SELECT count(*) FROM local WHERE status = 4"), std::to_string(std::size(cases) + 2));
   EXPECT_EQ(file.scalar("SELECT group_concat(uuid||':'||status||':'||realNumber) FROM (SELECT * FROM local WHERE uuid "
-                        "IN ('T-longest', 'T-copies', 'T-ok', 'T-ok2') ORDER BY uuid)"),
-            "T-copies:4:1000,T-longest:0:1,T-ok:0:999,T-ok2:0:1");
+                        "IN ('T-longest', 'T-copies', 'T-ok', 'T-ok2', 'T-beside', 'T-device-like') ORDER BY uuid)"),
+            "T-beside:0:1,T-copies:4:1000,T-device-like:0:1,T-longest:0:1,T-ok:0:999,T-ok2:0:1");
+  EXPECT_EQ(dir.read("pics/beside.jpg"), "jpeg");
   EXPECT_EQ(dir.read(longest), "jpeg");
   EXPECT_TRUE(takeWakeUp());
   EXPECT_FALSE(std::filesystem::exists(dir.path() + "/../escape.jpg"));
