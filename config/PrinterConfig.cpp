@@ -80,7 +80,7 @@ PrinterConfigValues readOptionalSettings(const std::string& path) {
   PrinterConfigValues values;
   if (!ini.load(path)) return values;
   for (const ConfigSetting& setting : configSettings()) {
-    if (!setting.optional) continue;
+    if (!setting.optional && !setting.text) continue;
     try {
       applySetting(setting, ini.get(setting.section, setting.key), values);
     } catch (const std::exception&) {

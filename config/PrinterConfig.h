@@ -44,7 +44,7 @@ const std::vector<ConfigSetting>& configSettings();
 // Stores one setting's text into values as the service does; throws what load() throws.
 void applySetting(const ConfigSetting& setting, const std::string& text, PrinterConfigValues& values);
 
-// The opt-in settings of a config.ini alone (the sections after environment), read without
+// The opt-in settings of a config.ini and its texts (PrinterName, ScreenId), read without
 // ending on a bad required one; a bad opt-in number is left at 0.
 PrinterConfigValues readOptionalSettings(const std::string& path);
 

@@ -62,7 +62,8 @@ void put32(std::vector<unsigned char>& out, std::uint32_t v) { put16(out, v & 0x
 
 }  // namespace
 
-bool writeCalibrationPicture(const std::string& path, std::int32_t width, std::int32_t height) {
+bool writeCalibrationPicture(const std::string& path, std::int32_t width, std::int32_t height,
+                             const std::string& label) {
   const auto pixels = [](std::int32_t units) {
     return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{units} * kPixelsPerUnit, 8, kMostPixels));
   };
@@ -78,7 +79,7 @@ bool writeCalibrationPicture(const std::string& path, std::int32_t width, std::i
     for (int x = 0; x < 2 * head; ++x)
       if (x + y < head || (std::abs(x - y) <= head / 8 && x + y < 4 * head))
         canvas.set(edge + x, edge + y, 220, 0, 0);
-  drawText(canvas, std::to_string(width) + " x " + std::to_string(height) + " mm");
+  drawText(canvas, label);
 
   const std::uint32_t rowBytes = (static_cast<std::uint32_t>(w) * 3 + 3) & ~3u;
   std::vector<unsigned char> file;

@@ -7,8 +7,9 @@
 namespace kps::ops {
 
 // Writes a 24-bit BMP, 4 pixels per unit of the configured size: white, a black frame along its
-// four edges, a red arrow into its top-left corner, and "W x H mm" in its middle. False when
-// the file cannot be written.
-bool writeCalibrationPicture(const std::string& path, std::int32_t width, std::int32_t height);
+// four edges, a red arrow into its top-left corner, and `label` in its middle. False when the
+// file cannot be written.
+bool writeCalibrationPicture(const std::string& path, std::int32_t width, std::int32_t height,
+                             const std::string& label);
 
 }  // namespace kps::ops

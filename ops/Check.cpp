@@ -10,6 +10,7 @@
 #include "ops/Commands.h"
 #include "src/Endpoints.h"
 #include "src/FilePath.h"
+#include "src/StatusFile.h"
 
 namespace kps::ops {
 
@@ -36,6 +37,18 @@ std::string shown(const ConfigSetting& setting, const PrinterConfigValues& value
   return text;
 }
 
+// What the service would make of a value it takes: "" when it serves.
+std::string settingProblem(const ConfigSetting& setting, const PrinterConfigValues& values) {
+  if (setting.drawnFactor > 0 &&
+      static_cast<std::int32_t>(static_cast<double>(values.*setting.number) * setting.drawnFactor) <= 0)
+    return "draws nothing: every copy of the product types it sizes fails";
+  if (std::string(setting.section) == "StatusFile" && !values.StatusFilePath.empty()) {
+    const std::string problem = statusFileProblem(values.StatusFilePath, values.LogFolder);
+    if (!problem.empty()) return problem + ": the service writes no status file";
+  }
+  return "";
+}
+
 }  // namespace
 
 std::optional<PrinterConfigValues> checkConfiguration(CheckReport& report) {
@@ -57,7 +70,11 @@ std::optional<PrinterConfigValues> checkConfiguration(CheckReport& report) {
     }
     try {
       applySetting(setting, text, values);
-      report.ok(what, shown(setting, values));
+      const std::string problem = settingProblem(setting, values);
+      if (problem.empty())
+        report.ok(what, shown(setting, values));
+      else
+        report.fail(what, shown(setting, values) + ": " + problem);
     } catch (const std::exception& error) {
       report.fail(what, "\"" + text + "\"; the service would end with \"" + error.what() + "\"");
       complete = false;

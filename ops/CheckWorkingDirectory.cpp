@@ -48,11 +48,16 @@ void checkStore(CheckReport& report) {
 void checkWorkingDirectory(CheckReport& report) {
   const std::string dir = workingDirectory();
   const std::string what = "working directory " + dir;
-  // A probe of its own name, gone again at once: the only write the check makes.
-  const std::filesystem::path probe = toPath("kiosk-print-service-check.probe");
+  // A probe of its own, made new and gone again at once: the only write the check makes. A
+  // file of that name already there is left as it is and another name taken.
   std::error_code ignored;
-  const bool writable = static_cast<bool>(std::ofstream(probe));
-  std::filesystem::remove(probe, ignored);
+  bool writable = false;
+  for (int attempt = 0; attempt < 100 && !writable; ++attempt) {
+    const std::string probe = "kiosk-print-service-check" + (attempt ? "-" + std::to_string(attempt) : "") + ".probe";
+    writable = static_cast<bool>(FilePtr(createNewFile(probe)));  // closed again here
+    if (writable) std::filesystem::remove(toPath(probe), ignored);
+    else if (!std::filesystem::exists(toPath(probe), ignored)) break;  // not there, yet not made: not writable
+  }
   if (!writable) report.fail(what, "not writable");
   const auto space = std::filesystem::space(toPath(dir), ignored);
   const std::string free = std::to_string(space.available >> 20) + " MiB free";

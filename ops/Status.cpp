@@ -22,6 +22,9 @@ namespace {
 
 constexpr std::int64_t kLongestWaitSeconds = 15 * 60;
 constexpr std::int64_t kFreshStatusSeconds = 3 * 60;
+// The pictures looked for on disk: those of the newest orders only, so that a store of a
+// million orders costs no more than a month's.
+constexpr int kNewestOrders = 10000;
 
 std::int64_t secondsSince(const std::filesystem::path& file) {
   std::error_code error;
@@ -41,22 +44,32 @@ int runStatus(std::ostream& out) {
   }
   const std::string today = localTimeString(now).substr(0, 10);
   const std::string weekAgo = localTimeString(now - 6 * 86400).substr(0, 10);
+  // Any query that fails makes the store unreadable to a monitor, whatever the others found.
+  std::string failed;
+  const auto query = [&](const std::string& sql, const std::vector<std::string>& parameters = {}) {
+    auto rows = store.rows(sql, parameters);
+    if (!store.error().empty() && failed.empty()) failed = store.error();
+    return rows;
+  };
   const char* const byDay = "SELECT status, count(*) FROM local WHERE status != 0 AND substr(updateTime, 1, 10) >= ?1 "
                             "GROUP BY status ORDER BY status";
-  const auto todays = store.rows(byDay, {today});
-  const auto weeks = store.rows(byDay, {weekAgo});
-  const auto unreported = store.rows(
+  const auto todays = query(byDay, {today});
+  const auto weeks = query(byDay, {weekAgo});
+  const auto unreported = query(
       "SELECT count(*), ifnull(min(updateTime), '') FROM local WHERE status != 0 AND "
       "(syncTime IS NULL OR syncTime = '' OR updateTime > syncTime)");
-  const auto lastReport = store.rows("SELECT ifnull(max(syncTime), '') FROM local");
-  const auto reasons = store.rows(
+  const auto lastReport = query("SELECT ifnull(max(syncTime), '') FROM local");
+  const auto reasons = query(
       "SELECT ifnull(failReason, '(none)'), count(*) FROM local WHERE status = 4 AND substr(updateTime, 1, 10) >= ?1 "
       "GROUP BY 1 ORDER BY 2 DESC, 1",
       {weekAgo});
-  const auto paths = store.rows("SELECT DISTINCT path FROM local WHERE path IS NOT NULL");
+  const auto paths = query("SELECT DISTINCT path FROM (SELECT path FROM local ORDER BY rowid DESC LIMIT " +
+                           std::to_string(kNewestOrders) + ") WHERE path IS NOT NULL");
+  const auto orders = query("SELECT count(*) FROM local");
   const auto [pending, oldest] = store.pendingOrders();
-  if (!store.error().empty() || unreported.empty() || lastReport.empty()) {
-    out << "store PrintData.db cannot be read: " << store.error() << std::endl;
+  if (!store.error().empty() && failed.empty()) failed = store.error();
+  if (!failed.empty() || unreported.empty() || lastReport.empty() || orders.empty()) {
+    out << "store PrintData.db cannot be read: " << failed << std::endl;
     return 2;
   }
 
@@ -79,7 +92,9 @@ int runStatus(std::ostream& out) {
     const auto size = std::filesystem::file_size(toPath(row[0]), error);
     if (!error) ++files, bytes += size;
   }
-  out << "pictures on disk: " << files << " (" << (bytes >> 20) << " MiB)" << std::endl;
+  out << "pictures on disk: " << files << " (" << (bytes >> 20) << " MiB)"
+      << (std::stoll(orders[0][0]) > kNewestOrders ? ", of the newest " + std::to_string(kNewestOrders) + " orders" : "")
+      << std::endl;
 
   const std::string statusFile = readOptionalSettings("./config.ini").StatusFilePath;
   if (!statusFile.empty()) {

@@ -2,6 +2,7 @@
 // (printer made the default, its settings written for the type, the page drawn at the type's
 // size, the job waited on), so the person on site sees whether picture and paper agree.
 // Nothing is stored.
+#include <cmath>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -32,10 +33,15 @@ int runTestPage(const std::string& type, std::ostream& out) {
   }
   const std::int32_t width = four ? PrinterSettings.fourWidth : PrinterSettings.threeWidth;
   const std::int32_t height = four ? PrinterSettings.fourHeight : PrinterSettings.threeHeight;
+  // The size the page shows is the size it is drawn at: width x 3.7 by height x 3.8 hundredths
+  // of an inch, in millimetres.
+  const auto drawn = pictureSizeFor(type, PrinterSettings);
+  const std::string size = std::to_string(std::lround(drawn->width * 0.254)) + " x " +
+                           std::to_string(std::lround(drawn->height * 0.254)) + " mm";
   std::error_code ignored;
   const std::filesystem::path picture =
       std::filesystem::temp_directory_path(ignored) / ("kiosk-print-service-test-page-" + type + ".bmp");
-  if (!writeCalibrationPicture(fromPath(picture), width, height)) {
+  if (!writeCalibrationPicture(fromPath(picture), width, height, size)) {
     std::cerr << "cannot write the calibration picture " << fromPath(picture) << std::endl;
     return 1;
   }
@@ -47,7 +53,7 @@ int runTestPage(const std::string& type, std::ostream& out) {
   const std::int32_t code = Database::printImage(PrinterSettings.printerName, fromPath(picture), type);
   std::filesystem::remove(picture, ignored);
   const std::string name = Database::printResultName(code);
-  out << "test page " << type << " (" << width << " x " << height << " mm) on " << on << ": result " << code
+  out << "test page " << type << " (" << width << " x " << height << ", drawn " << size << ") on " << on << ": result " << code
       << (code == 0 ? " (printed)" : " (" + (name.empty() ? std::string("no failReason") : name) + ")")
       << std::endl;
   return code == 0 ? 0 : 1;

@@ -13,10 +13,14 @@ inline std::string statusName(std::int32_t status) {
   return status >= 0 && status <= 5 ? names[status] : "status " + std::to_string(status);
 }
 
-// Rows of (status, count) as "2 printed, 1 failed", or "none".
+// Rows of (status, count) as "2 printed, 1 failed", or "none". A status that is no number (a
+// table of another shape) is named as it stands.
 inline std::string ordersText(const std::vector<std::vector<std::string>>& rows) {
   std::string text;
-  for (const auto& row : rows) text += (text.empty() ? "" : ", ") + row[1] + " " + statusName(std::stoi(row[0]));
+  for (const auto& row : rows) {
+    const bool number = !row[0].empty() && row[0].find_first_not_of("-0123456789") == std::string::npos && row[0].size() < 10;
+    text += (text.empty() ? "" : ", ") + row[1] + " " + (number ? statusName(std::stoi(row[0])) : "of status \"" + row[0] + "\"");
+  }
   return text.empty() ? "none" : text;
 }
 

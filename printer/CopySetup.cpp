@@ -22,6 +22,12 @@ std::optional<PictureSize> PrinterManager::prepareCopy(const std::wstring& print
     std::cerr << "printer type error" << std::endl;
     return std::nullopt;
   }
+  // A picture drawn no pixel wide or high would come out as a blank sheet reported printed.
+  if (size->width <= 0 || size->height <= 0) {
+    logLine(KPS_TAG_PRINTER, __LINE__, "picture size draws nothing, no copy is made: ",
+            type + " " + std::to_string(size->width) + " x " + std::to_string(size->height) + " hundredths of an inch");
+    return std::nullopt;
+  }
   if (!SelectPrinter(printerName, fullName)) return std::nullopt;
   if (SetPrintParams(fullName, type) != 0) {
     logLine(KPS_TAG_PRINTER, __LINE__, "SetPrintParams failed");

@@ -22,9 +22,6 @@ PrinterSettingsRecord printerSettingsFrom(const PrinterConfigValues& config) {
   settings.printerName = config.PrinterName;
   settings.screenId = config.ScreenId;
   settings.environment = config.environment;
-  settings.pictureRetentionDays = config.PictureRetentionDays;
-  settings.logFolder = config.LogFolder;
-  settings.statusFile = config.StatusFilePath;
   settings.cancelTimedOutJobs = config.TimedOutJobs == "cancel";
   return settings;
 }

@@ -21,9 +21,6 @@ struct PrinterSettingsRecord {
   std::string printerName;
   std::string screenId;
   std::int32_t environment = 0;
-  std::int32_t pictureRetentionDays = 0;
-  std::string logFolder;
-  std::string statusFile;
   bool cancelTimedOutJobs = false;  // [TimedOutJobs] value=cancel
 };
 

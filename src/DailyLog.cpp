@@ -1,7 +1,14 @@
 #include "src/DailyLog.h"
 
+#if defined(__GNUC__)
+#include <cxxabi.h>
+#endif
+#include <typeinfo>
+
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <unordered_map>
@@ -14,9 +21,40 @@ namespace kps {
 
 namespace {
 
-constexpr std::time_t kRetrySeconds = 60;
+constexpr std::chrono::seconds kRetry{60};
 
 std::string localDay(std::time_t when) { return localTimeString(when).substr(0, 10); }
+
+#if defined(__GNUC__)
+std::string currentExceptionType() {
+  const std::type_info* type = abi::__cxa_current_exception_type();
+  if (!type) return "?";
+  int status = 0;
+  char* readable = abi::__cxa_demangle(type->name(), nullptr, nullptr, &status);
+  const std::string name = status == 0 && readable ? readable : type->name();
+  std::free(readable);
+  return name;
+}
+#else
+std::string currentExceptionType() { return "an exception"; }
+#endif
+
+// Why the process ends, as the run-time would say it, written where the process's lines go: the
+// run-time writes it to C's stderr, which a scheduled task without a redirection sends nowhere.
+[[noreturn]] void logTermination() {
+  std::string why = "terminate called without an active exception";
+  if (const std::exception_ptr current = std::current_exception()) {
+    why = "terminate called after throwing an instance of '" + currentExceptionType() + "'";
+    try {
+      std::rethrow_exception(current);
+    } catch (const std::exception& error) {
+      why += "\n  what():  " + std::string(error.what());
+    } catch (...) {
+    }
+  }
+  std::cerr << why << std::endl;
+  std::abort();
+}
 
 }  // namespace
 
@@ -55,8 +93,8 @@ class DailyLog::Stream : public std::streambuf {
   std::streambuf* fallback_;
 };
 
-DailyLog::DailyLog(DailyLogSettings settings, Clock clock)
-    : settings_(std::move(settings)), clock_(std::move(clock)) {
+DailyLog::DailyLog(DailyLogSettings settings, Clock clock, Ticks ticks)
+    : settings_(std::move(settings)), clock_(std::move(clock)), ticks_(std::move(ticks)) {
   if (settings_.keepDays < 1) settings_.keepDays = 14;
   std::error_code ignored;
   std::filesystem::create_directories(toPath(settings_.folder), ignored);  // tried, not required
@@ -65,6 +103,7 @@ DailyLog::DailyLog(DailyLogSettings settings, Clock clock)
 DailyLog::~DailyLog() {
   if (savedOut_) std::cout.rdbuf(savedOut_);
   if (savedErr_) std::cerr.rdbuf(savedErr_);
+  if (previousTerminate_) std::set_terminate(previousTerminate_);
   if (file_) std::fclose(file_);
 }
 
@@ -75,6 +114,7 @@ void DailyLog::attach() {
   err_ = std::make_unique<Stream>(*this, std::cerr.rdbuf());
   savedOut_ = std::cout.rdbuf(out_.get());
   savedErr_ = std::cerr.rdbuf(err_.get());
+  previousTerminate_ = std::set_terminate(logTermination);
 }
 
 void DailyLog::writeLine(const std::string& line, std::streambuf* fallback) {
@@ -85,7 +125,7 @@ void DailyLog::writeLine(const std::string& line, std::streambuf* fallback) {
     day_ = day;
     open(now);
     removeOldFiles(now);
-  } else if (!file_ && now - lastTry_ >= kRetrySeconds) {
+  } else if (!file_ && ticks_() - lastTry_ >= kRetry) {
     open(now);
   } else if (file_) {
     // A file whose folder was removed still takes writes, and loses them: looked for each time.
@@ -93,7 +133,11 @@ void DailyLog::writeLine(const std::string& line, std::streambuf* fallback) {
     if (!std::filesystem::exists(toPath(path_), error)) open(now);
   }
   if (file_) {
-    if (std::fwrite(line.data(), 1, line.size(), file_) == line.size() && std::fflush(file_) == 0) return;
+    const std::string text = halfLine_ ? "\n" + line : line;
+    if (std::fwrite(text.data(), 1, text.size(), file_) == text.size() && std::fflush(file_) == 0) {
+      halfLine_ = false;
+      return;
+    }
     giveUp(std::string("cannot write it: ") + std::strerror(errno), now);
   }
   fallback->sputn(line.data(), static_cast<std::streamsize>(line.size()));
@@ -103,18 +147,26 @@ void DailyLog::writeLine(const std::string& line, std::streambuf* fallback) {
 void DailyLog::open(std::time_t now) {
   if (file_) std::fclose(file_);
   file_ = nullptr;
-  lastTry_ = now;
+  lastTry_ = ticks_();
   path_ = fromPath(toPath(settings_.folder) /
                    toPath(dailyLogName(std::stoi(day_.substr(0, 4)), std::stoi(day_.substr(5, 2)),
                                        std::stoi(day_.substr(8, 2)))));
-  file_ = openFile(path_, "ab");
-  if (!file_) giveUp(std::string("cannot open it: ") + std::strerror(errno), now);
+  // A folder removed under the running service is made again.
+  std::error_code ignored;
+  std::filesystem::create_directories(toPath(settings_.folder), ignored);
+  file_ = openFile(path_, "a+b");
+  if (!file_) {
+    giveUp(std::string("cannot open it: ") + std::strerror(errno), now);
+    return;
+  }
+  halfLine_ = std::fseek(file_, -1, SEEK_END) == 0 && std::fgetc(file_) != '\n';
+  std::fseek(file_, 0, SEEK_END);
 }
 
 void DailyLog::giveUp(const std::string& why, std::time_t now) {
   if (file_) std::fclose(file_);
   file_ = nullptr;
-  lastTry_ = now;
+  lastTry_ = ticks_();
   const std::string line = "[" + localTimeString(now) + "] log file " + path_ + ": " + why +
                            "; lines go to the standard streams, tried again in a minute\n";
   std::streambuf* err = savedErr_ ? savedErr_ : std::cerr.rdbuf();

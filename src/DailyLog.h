@@ -3,7 +3,9 @@
 // so that a kiosk's log keeps itself for months without anybody moving it aside.
 #pragma once
 
+#include <chrono>
 #include <cstdio>
+#include <exception>
 #include <ctime>
 #include <functional>
 #include <memory>
@@ -21,14 +23,19 @@ struct DailyLogSettings {
 class DailyLog {
  public:
   using Clock = std::function<std::time_t()>;
-  explicit DailyLog(DailyLogSettings settings, Clock clock = [] { return std::time(nullptr); });
+  // Intervals (a minute before a file that failed is tried again) run on a steady clock: a wall
+  // clock set back two hours must not silence the file for two hours.
+  using Ticks = std::function<std::chrono::steady_clock::time_point()>;
+  explicit DailyLog(DailyLogSettings settings, Clock clock = [] { return std::time(nullptr); },
+                    Ticks ticks = [] { return std::chrono::steady_clock::now(); });
   // Puts the standard streams back.
   ~DailyLog();
   DailyLog(const DailyLog&) = delete;
   DailyLog& operator=(const DailyLog&) = delete;
 
   // From now on std::cout and std::cerr write here, every line whole into exactly one file:
-  // a line belongs to the day on which its last character is written.
+  // a line belongs to the day on which its last character is written. Why the process ends,
+  // if an exception ends it, is written here too, not only on C's stderr.
   void attach();
 
  private:
@@ -40,15 +47,18 @@ class DailyLog {
 
   DailyLogSettings settings_;
   Clock clock_;
+  Ticks ticks_;
   std::unique_ptr<Stream> out_, err_;
   std::streambuf* savedOut_ = nullptr;
   std::streambuf* savedErr_ = nullptr;
+  std::terminate_handler previousTerminate_ = nullptr;
 
   std::mutex mutex_;
   std::string day_;           // the open file's day, "YYYY-MM-DD"
   std::string path_;
   std::FILE* file_ = nullptr;
-  std::time_t lastTry_ = 0;  // a file that could not be used is tried again a minute later
+  bool halfLine_ = false;  // the file ends inside a line (a write failed, the power went): a new one starts first
+  std::chrono::steady_clock::time_point lastTry_;  // a file that could not be used is tried again a minute later
 };
 
 }  // namespace kps

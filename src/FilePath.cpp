@@ -26,6 +26,20 @@ std::FILE* openFile(const std::string& utf8, const char* mode) {
   return _wfopen(utf8ToWide(utf8).c_str(), utf8ToWide(mode).c_str());
 }
 
+std::FILE* createNewFile(const std::string& utf8) {
+  const HANDLE handle = CreateFileW(utf8ToWide(utf8).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return nullptr;
+  const int descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_WRONLY | _O_BINARY);
+  if (descriptor < 0) {
+    CloseHandle(handle);
+    return nullptr;
+  }
+  std::FILE* file = _fdopen(descriptor, "wb");
+  if (!file) _close(descriptor);
+  return file;
+}
+
 std::FILE* openRegularFile(const std::string& utf8) {
   // CreateFileW opens a folder only when asked to; a device name opens the device.
   const HANDLE handle = CreateFileW(utf8ToWide(utf8).c_str(), GENERIC_READ,
@@ -82,6 +96,14 @@ std::string fromPath(const std::filesystem::path& path) { return path.native(); 
 
 std::FILE* openFile(const std::string& utf8, const char* mode) {
   return std::fopen(toPath(utf8).c_str(), mode);
+}
+
+std::FILE* createNewFile(const std::string& utf8) {
+  const int descriptor = ::open(toPath(utf8).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+  if (descriptor < 0) return nullptr;
+  std::FILE* file = ::fdopen(descriptor, "wb");
+  if (!file) ::close(descriptor);
+  return file;
 }
 
 std::FILE* openRegularFile(const std::string& utf8) {

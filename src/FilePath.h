@@ -22,6 +22,10 @@ using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 // fopen of a UTF-8 path.
 std::FILE* openFile(const std::string& utf8, const char* mode);
 
+// A new file at a UTF-8 path, opened for writing ("wb"); null when anything is there already
+// (it is never truncated) or it cannot be made.
+std::FILE* createNewFile(const std::string& utf8);
+
 // The file at a UTF-8 path opened for reading ("rb") only when it is a regular file: never a
 // folder, a FIFO that would block the reader, or a device (CON, AUX, ... on Windows). Null else.
 std::FILE* openRegularFile(const std::string& utf8);

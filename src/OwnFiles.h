@@ -22,9 +22,10 @@ class OwnFiles {
   bool owns(const std::string& path) const;
   // Why a picture key may not be taken in as a picture, or nullptr.
   const char* keyProblem(const std::string& key) const;
+  // A path as config.ini gives it (relative to the working directory, or absolute), absolute.
+  std::string absolute(const std::string& path) const;
 
  private:
-  std::string absolute(const std::string& path) const;
 
   std::string workingDirectory_;
   std::vector<std::string> files_;  // absolute paths of the fixed own files

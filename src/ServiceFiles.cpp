@@ -1,12 +1,16 @@
 #include "src/ServiceFiles.h"
 
-#include "printer/PrinterSettings.h"
 #include "src/FilePath.h"
 
 namespace kps {
 
+const PrinterConfigValues& startSettings() {
+  static const PrinterConfigValues values = readOptionalSettings("./config.ini");
+  return values;
+}
+
 OwnFiles serviceOwnFiles() {
-  return OwnFiles(workingDirectory(), PrinterSettings.logFolder, PrinterSettings.statusFile);
+  return OwnFiles(workingDirectory(), startSettings().LogFolder, startSettings().StatusFilePath);
 }
 
 }  // namespace kps

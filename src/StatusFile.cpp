@@ -5,10 +5,10 @@
 
 #include "Deployment.h"
 #include "printer/PrinterManager.h"
-#include "printer/PrinterSettings.h"
 #include "src/FilePath.h"
 #include "src/Health.h"
 #include "src/Log.h"
+#include "src/OwnFiles.h"
 #include "src/StoreReader.h"
 
 namespace kps {
@@ -37,16 +37,22 @@ const char* const kRecent = "local ORDER BY rowid DESC LIMIT 2000";
 
 }  // namespace
 
-StatusFile::StatusFile(std::string path, std::string storePath)
-    : path_(std::move(path)), storePath_(std::move(storePath)) {}
+std::string statusFileProblem(const std::string& path, const std::string& logFolder) {
+  const OwnFiles own(workingDirectory(), logFolder);
+  return own.owns(own.absolute(path)) ? path + " is one of the service's own files" : "";
+}
 
-void StatusFile::writeIfDue(std::time_t now) {
+StatusFile::StatusFile(std::string path, std::string printerName, std::string storePath)
+    : path_(std::move(path)), printerName_(std::move(printerName)), storePath_(std::move(storePath)) {}
+
+void StatusFile::writeIfDue(std::time_t now, std::chrono::steady_clock::time_point tick) {
+  using namespace std::chrono_literals;
   const bool runEnded = Health::instance().runEnded.exchange(false);
-  if (!runEnded && now - lastWrite_ < 60) return;
-  lastWrite_ = now;
+  if (!runEnded && lastWrite_ && tick - *lastWrite_ < 60s) return;
+  lastWrite_ = tick;
   std::error_code error;
-  if (replaceFile(path_, render(now), error) || now - lastFailureLine_ < 3600) return;
-  lastFailureLine_ = now;
+  if (replaceFile(path_, render(now), error) || (lastFailureLine_ && tick - *lastFailureLine_ < 1h)) return;
+  lastFailureLine_ = tick;
   logLine(KPS_TAG_TASK, __LINE__, "status file cannot be written: ", path_ + ": " + error.message());
 }
 
@@ -59,7 +65,7 @@ std::string StatusFile::render(std::time_t now) {
   exchange(json, "lastPoll", Health::instance().lastPoll(), false);
   exchange(json, "lastSync", Health::instance().lastSync(), true);
 
-  const std::wstring printer = PrinterManager().FindPrinter(utf8ToWide(PrinterSettings.printerName));
+  const std::wstring printer = PrinterManager().FindPrinter(utf8ToWide(printerName_));
   json.Key("printer"), json.StartObject();
   json.Key("name"), printer.empty() ? json.Null() : json.String(wideToUtf8(printer).c_str());
   json.Key("ready"), json.Bool(!printer.empty());

@@ -58,7 +58,10 @@ std::string StoreReader::quickCheck() {
 }
 
 std::pair<std::int64_t, std::int64_t> StoreReader::pendingOrders() {
-  const auto pictures = rows("SELECT path FROM local WHERE status = 0 AND path IS NOT NULL;");
+  // Counted in full; the oldest is looked for among the first taken in, a bounded few.
+  const auto count = rows("SELECT count(*) FROM local WHERE status = 0;");
+  if (count.empty()) return {0, -1};
+  const auto pictures = rows("SELECT path FROM local WHERE status = 0 AND path IS NOT NULL ORDER BY rowid LIMIT 1000;");
   const auto now = std::filesystem::file_time_type::clock::now();
   std::int64_t oldest = -1;
   for (const auto& row : pictures) {
@@ -67,7 +70,7 @@ std::pair<std::int64_t, std::int64_t> StoreReader::pendingOrders() {
     if (!error)
       oldest = std::max<std::int64_t>(oldest, std::chrono::duration_cast<std::chrono::seconds>(now - written).count());
   }
-  return {static_cast<std::int64_t>(pictures.size()), oldest};
+  return {std::stoll(count[0][0]), oldest};
 }
 
 std::vector<std::vector<std::string>> StoreReader::rows(const std::string& sql,

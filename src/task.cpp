@@ -24,6 +24,7 @@
 #include "src/Log.h"
 #include "src/OperatorCommand.h"
 #include "src/Runtime.h"
+#include "src/ServiceFiles.h"
 #include "src/StatusFile.h"
 
 #ifdef _WIN32
@@ -54,6 +55,18 @@ bool startedWithArguments() {
 
 const char* const storePath = startedWithArguments() ? ":memory:" : "PrintData.db";
 
+// [LogFile], before anything else of the service: what the stores say as they open, and why
+// the process ends, reach its file. Without it the standard streams stay as they are. A
+// keepDays that is not a number is left to the print worker's start, which ends on it.
+std::unique_ptr<kps::DailyLog> startDailyLog() {
+  if (startedWithArguments()) return nullptr;  // an operator's command writes where it is run
+  const kps::PrinterConfigValues& optIn = kps::startSettings();
+  if (optIn.LogFolder.empty()) return nullptr;
+  auto log = std::make_unique<kps::DailyLog>(kps::DailyLogSettings{optIn.LogFolder, optIn.LogKeepDays});
+  log->attach();
+  return log;
+}
+
 }  // namespace
 
 using namespace std::chrono_literals;
@@ -64,6 +77,7 @@ using namespace std::chrono_literals;
 kps::PrinterSettingsRecord kps::PrinterSettings;
 std::mutex kps::logMutex;
 std::mutex kps::databaseMutex;
+static const std::unique_ptr<kps::DailyLog> dailyLog = startDailyLog();
 static kps::RemoteOrderIdManger intakeDatabase(storePath);
 std::mutex kps::newOrderMutex;
 std::condition_variable kps::newOrderCondition;
@@ -85,13 +99,19 @@ void printWorker() {
 
 void syncLoop() {
   const std::string url = kps::syncUrl(kps::PrinterSettings.environment);
-  const std::int32_t retentionDays = kps::PrinterSettings.pictureRetentionDays;
+  const kps::PrinterConfigValues& optIn = kps::startSettings();
+  const std::int32_t retentionDays = optIn.PictureRetentionDays;
   kps::logLine(KPS_TAG_TASK, __LINE__, "url : ", url);
   kps::RetentionSweep retention;
   // Opt-in, as retention: without [StatusFile] nothing of it runs.
   std::unique_ptr<kps::StatusFile> status;
-  if (!kps::PrinterSettings.statusFile.empty())
-    status = std::make_unique<kps::StatusFile>(kps::PrinterSettings.statusFile);
+  if (!optIn.StatusFilePath.empty()) {
+    const std::string problem = kps::statusFileProblem(optIn.StatusFilePath, optIn.LogFolder);
+    if (problem.empty())
+      status = std::make_unique<kps::StatusFile>(optIn.StatusFilePath, optIn.PrinterName);
+    else
+      kps::logLine(KPS_TAG_TASK, __LINE__, "[StatusFile] path refused, no status file is written: ", problem);
+  }
   for (;;) {
     sharedDatabase->syncStatus(url);
     // Opt-in: without PictureRetentionDays nothing here runs.
@@ -111,16 +131,6 @@ void taskPollLoop() {
   }
 }
 
-// [LogFile], read before any thread writes; without it the standard streams stay as they are.
-// A keepDays that is not a number is left to the print worker's start, which ends on it.
-std::unique_ptr<kps::DailyLog> startDailyLog() {
-  const kps::PrinterConfigValues values = kps::readOptionalSettings("./config.ini");
-  if (values.LogFolder.empty()) return nullptr;
-  auto log = std::make_unique<kps::DailyLog>(kps::DailyLogSettings{values.LogFolder, values.LogKeepDays});
-  log->attach();
-  return log;
-}
-
 }  // namespace
 
 // The store the poll loop works through hands the fetch to the intake's own store object.
@@ -135,7 +145,6 @@ int main(int argc, char** argv) {
   if (GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &consoleMode)) SetConsoleOutputCP(CP_UTF8);
 #endif
   if (argc > 1) return kps::runOperatorCommand(argc, argv);
-  const auto dailyLog = startDailyLog();
   // libcurl's global set-up is not thread-safe: done once, before any worker starts.
   curl_global_init(CURL_GLOBAL_DEFAULT);
   // The pauses are the only hand-over of the configuration: the print worker publishes

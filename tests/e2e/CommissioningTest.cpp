@@ -52,6 +52,12 @@ class Commands : public Journey {
         {"a paper size the driver lacks", [&] { writeConfig("kps-virtual", "8", "258"); }, restore, paperLine, paperCode},
         {"a missing setting", [&] { root.write(work + "/config.ini", sampleConfig({{"FourWidth", ""}})); }, restore,
          "FAIL config.ini [FourWidth] width: missing; the service would end with \"invalid stoi argument\"\n", 1},
+        {"a picture size that draws nothing", [&] { root.write(work + "/config.ini", sampleConfig({{"FourWidth", "0"}})); }, restore,
+         "FAIL config.ini [FourWidth] width: 0: draws nothing: every copy of the product types it sizes fails\n", 1},
+        {"a status file over the store", [&] { root.write(work + "/config.ini", kept + "[StatusFile]\npath=PrintData.db\n"); },
+         restore,
+         "FAIL config.ini [StatusFile] path: \"PrintData.db\": PrintData.db is one of the service's own files: the service "
+         "writes no status file\n", 1},
         {"a wrong object-store secret", [&] { root.write("sandbox/oss-secret", "another-secret"); },
          [&] { fs::remove(root.file("sandbox/oss-secret")); },
          "FAIL object store https://127.0.0.1:18900 bucket qzlp: SignatureDoesNotMatch: ", 1},
@@ -78,6 +84,7 @@ class Commands : public Journey {
 using Commissioning = Commands<ServiceJourney>;
 
 TEST_F(Commissioning, CheckOnARightKioskPassesAndChangesNothing) {
+  root.write(work + "/kiosk-print-service-check.probe", "the operator's own");  // a file of the probe's name
   const std::string queueBefore = output(kCups + "HOME=" + root.path() + " lpoptions -p kps-virtual");
   const std::string defaultBefore = output(kCups + "HOME=" + root.path() + " lpstat -d");
   ASSERT_EQ(runCommand({"--check"}), 0) << commandOut;
@@ -87,8 +94,10 @@ TEST_F(Commissioning, CheckOnARightKioskPassesAndChangesNothing) {
                                  "OK   kiosk clock: ", "OK   object store https://127.0.0.1:18900 bucket qzlp: this build's keys",
                                  "OK   store PrintData.db: absent (created at first start)\n", "TLS trust: the sandbox CA"})
     EXPECT_NE(commandOut.find(line), std::string::npos) << line << "\n" << commandOut;
+  EXPECT_NE(commandOut.find("OK   working directory "), std::string::npos) << commandOut;  // writable all the same
   EXPECT_FALSE(fs::exists(root.file(work + "/PrintData.db")));
-  EXPECT_EQ(std::distance(fs::directory_iterator(root.file(work)), fs::directory_iterator()), 1);  // config.ini
+  EXPECT_EQ(std::distance(fs::directory_iterator(root.file(work)), fs::directory_iterator()), 2);  // config.ini, the probe's namesake
+  EXPECT_EQ(root.read(work + "/kiosk-print-service-check.probe"), "the operator's own");
   EXPECT_EQ(output(kCups + "HOME=" + root.path() + " lpoptions -p kps-virtual"), queueBefore);
   EXPECT_EQ(output(kCups + "HOME=" + root.path() + " lpstat -d"), defaultBefore);
 
@@ -142,7 +151,8 @@ TEST_F(Commissioning, CheckAndTestPageOnDyeSubDrivers) {
   }
   writeConfig("kps-ds620", "256", "258");
   ASSERT_EQ(runCommand({"--test-page", "cardsets"}), 0) << commandOut;
-  EXPECT_NE(commandOut.find("test page cardsets (100 x 150 mm) on the driver's B7 (3.5x5, 92.12 x 162.56 mm): result 0 (printed)\n"),
+  EXPECT_NE(commandOut.find("test page cardsets (100 x 150, drawn 94 x 145 mm) on the driver's B7 (3.5x5, 92.12 x 162.56 mm): "
+                            "result 0 (printed)\n"),
             std::string::npos) << commandOut;
   const std::string log = root.read("sandbox/cups/log/error_log");
   const std::regex used(R"(\[Job (\d+)\] Gutenprint: +Using page size (\S+) with)");
@@ -154,11 +164,13 @@ TEST_F(Commissioning, CheckAndTestPageOnDyeSubDrivers) {
 // The calibration page of each size: the picture at its configured size at the page's top left
 // (width x 3.7 by height x 3.8 hundredths of an inch), its arrow in the corner, nothing stored.
 TEST_F(Commissioning, TestPageHasTheConfiguredSizeAtTheTopLeft) {
-  const std::tuple<const char*, int, int> cases[] = {{"postcards", 370, 570}, {"fridgemagnets", 296, 304}};
+  // Its words say the size it is drawn at, in millimetres.
+  const std::tuple<const char*, int, int, const char*> cases[] = {{"postcards", 370, 570, " (100 x 150, drawn 94 x 145 mm) on "},
+                                                                  {"fridgemagnets", 296, 304, " (80 x 80, drawn 75 x 77 mm) on "}};
   std::size_t printed = 0;
-  for (const auto& [type, width, height] : cases) {
+  for (const auto& [type, width, height, words] : cases) {
     ASSERT_EQ(runCommand({"--test-page", type}), 0) << type << commandOut;
-    EXPECT_NE(commandOut.find(std::string("test page ") + type), std::string::npos) << commandOut;
+    EXPECT_NE(commandOut.find(std::string("test page ") + type + words), std::string::npos) << commandOut;
     EXPECT_NE(commandOut.find(": result 0 (printed)\n"), std::string::npos) << commandOut;
     std::vector<std::string> pages;
     ASSERT_TRUE(waitUntil([&] { return (pages = keptPages()).size() == printed + 1; }, 30s)) << type;

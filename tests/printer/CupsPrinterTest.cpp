@@ -113,6 +113,14 @@ TEST_F(CupsPrinterTest, ParametersBecomeTheQueueDefaultsOrFailWithTheirCodes) {
   // An unknown type fails before any printer call; a missing picture after the printer was chosen.
   PrinterSettings.fourSize = 256;
   EXPECT_EQ(manager.PrintImage(L"kps-virtual", L"/x.jpg", "poster"), -1);
+  // So does a picture size that draws nothing: no blank sheet reported printed.
+  PrinterSettings.fourWidth = 0;
+  const int before = lastJob();
+  EXPECT_EQ(manager.PrintImage(L"kps-virtual", L"/x.jpg", "frames"), -1);
+  EXPECT_NE(out.text().find("] picture size draws nothing, no copy is made: frames 0 x 570 hundredths of an inch\n"),
+            std::string::npos) << out.text();
+  EXPECT_EQ(lastJob(), before);
+  PrinterSettings.fourWidth = 100;
   EXPECT_EQ(out.text().find("Default printer set to"), std::string::npos);
   EXPECT_EQ(manager.PrintImage(L"kps-virtual", utf8ToWide(dir.file("missing.jpg")), "postcards"), -6);
   EXPECT_NE(out.text().find("Default printer set to: kps-virtual"), std::string::npos);

@@ -128,33 +128,45 @@ TEST(DailyLog, KeepDaysRemovesExactlyItsOwnOldFiles) {
   EXPECT_EQ(file(dir, "2026-11-23"), "first line\n");
 }
 
-// A folder removed under the running log: the lines go to the standard streams with one line
-// saying why, and back to the file once the folder is there again and a minute has passed.
-TEST(DailyLog, AFolderThatGoesAndComesBack) {
+// A folder removed under the running log is made again for the next line. One that cannot be
+// made (a file has its name) sends the lines to the standard streams with one line saying why,
+// and is tried again a minute later on the steady clock, whatever the wall clock does. A file
+// that ends inside a line (a write that failed, a power cut) gets the next line on a line of
+// its own.
+TEST(DailyLog, AFolderThatGoesIsMadeAgainAndAHalfLineIsEndedFirst) {
   TempDir dir;
   CapturedStreams streams;
+  dir.write("logs/kiosk-print-service-2026-11-23.log", "half a li");
   std::atomic<std::time_t> now{localTime(2026, 11, 23, 10, 0)};
+  const auto start = std::chrono::steady_clock::now();
+  std::atomic<int> seconds{0};  // on the steady clock
   {
-    DailyLog log({dir.file("logs"), 14}, [&] { return now.load(); });
+    DailyLog log({dir.file("logs"), 14}, [&] { return now.load(); }, [&] { return start + std::chrono::seconds(seconds); });
     log.attach();
     std::cout << "A" << std::endl;
+    EXPECT_EQ(file(dir, "2026-11-23"), "half a li\nA\n");
     fs::remove_all(dir.file("logs"));
-    std::cout << "B" << std::endl;
-    std::cerr << "C" << std::endl;
-    fs::create_directories(dir.file("logs"));
-    now = now + 59;
-    std::cout << "D" << std::endl;  // not tried again yet
-    now = now + 1;
-    std::cout << "E" << std::endl;
+    std::cout << "B" << std::endl;  // the folder made again
+    EXPECT_EQ(file(dir, "2026-11-23"), "B\n");
+    fs::remove_all(dir.file("logs"));
+    dir.write("logs", "a file where the folder was");
+    std::cout << "C" << std::endl;
+    std::cerr << "D" << std::endl;
+    now = now - 7200;  // the wall clock set back two hours
+    fs::remove(dir.file("logs"));
+    seconds = 59;
+    std::cout << "E" << std::endl;  // not tried again yet
+    seconds = 60;
+    std::cout << "F" << std::endl;
   }
-  EXPECT_EQ(file(dir, "2026-11-23"), "E\n");  // A went with the folder
-  EXPECT_EQ(streams.out.str(), "B\nD\n");
+  EXPECT_EQ(file(dir, "2026-11-23"), "F\n");
+  EXPECT_EQ(streams.out.str(), "C\nE\n");
   const std::vector<std::string> errors = linesOf(streams.err.str());
   ASSERT_EQ(errors.size(), 2u) << streams.err.str();
   EXPECT_TRUE(std::regex_match(errors[0], std::regex(R"(\[2026-11-23 10:00:00\] log file .*kiosk-print-service-2026-11-23\.log: )"
                                                      R"(cannot open it: .+; lines go to the standard streams, tried again in a minute)")))
       << errors[0];
-  EXPECT_EQ(errors[1], "C");
+  EXPECT_EQ(errors[1], "D");
 }
 
 }  // namespace

@@ -55,15 +55,46 @@ TEST(ServiceBinary, StartFailuresEndTheProcessWithTheirMessages) {
        [](TempDir& d) { SqliteFile(d.file("PrintData.db")).exec("CREATE TABLE local (other TEXT); CREATE VIEW local_unreported AS SELECT 1;"); },
        true, {"Failed to create index: "}},
   };
-  for (const auto& c : cases) {
-    TempDir dir;
-    dir.write("config.ini", sampleConfig({}));
-    c.arrange(dir);
+  // With [LogFile] the same lines, and why the process ended, are in today's file: the stores
+  // open after the log, and the run-time's own last words go there too.
+  for (const bool logFile : {false, true})
+    for (const auto& c : cases) {
+      SCOPED_TRACE(std::string(c.name) + (logFile ? " with a log file" : ""));
+      TempDir dir;
+      dir.write("config.ini", sampleConfig({}));
+      c.arrange(dir);
+      if (logFile) dir.write("config.ini", dir.read("config.ini") + "[LogFile]\nfolder=logs\n");
+      ChildProcess service({KPS_BINARY}, dir.path());
+      const auto said = [&] {
+        return logFile ? dir.read("logs/kiosk-print-service-" + localTimeString(std::time(nullptr)).substr(0, 10) + ".log")
+                       : service.out() + service.err();
+      };
+      waitUntil([&] { return said().find("] url : ") != std::string::npos || service.waitForExit(0ms) != -1; }, 10s);
+      EXPECT_EQ(said().find("] url : ") != std::string::npos, c.runsOn);
+      const int status = service.waitForExit(c.runsOn ? 0ms : 10s);
+      EXPECT_TRUE(c.runsOn || (WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT)) << status;
+      for (const auto& error : c.errors) EXPECT_NE(said().find(error), std::string::npos) << said();
+      if (logFile) {
+        EXPECT_EQ(service.out() + service.err(), "");
+      }
+    }
+}
+
+// [StatusFile] naming one of the service's own files: refused with one line at start, and the
+// file is never replaced.
+TEST(ServiceBinary, AStatusFileOverItsOwnFilesIsRefused) {
+  TempDir dir;
+  for (const std::string& path : {std::string("config.ini"), std::string("PrintData.db"), dir.file("PrintData.db-wal")}) {
+    SCOPED_TRACE(path);
+    const std::string config = sampleConfig({}) + "[StatusFile]\npath=" + path + "\n";
+    dir.write("config.ini", config);
     ChildProcess service({KPS_BINARY}, dir.path());
-    EXPECT_EQ(service.waitForOutput("] url : ", 10s), c.runsOn) << c.name;
-    const int status = service.waitForExit(0ms);
-    EXPECT_TRUE(c.runsOn || (WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT)) << c.name << " " << status;
-    for (const auto& error : c.errors) EXPECT_NE(service.err().find(error), std::string::npos) << c.name << service.err();
+    EXPECT_TRUE(service.waitForOutput("] [StatusFile] path refused, no status file is written: " + path +
+                                      " is one of the service's own files\n", 10s)) << service.out();
+    EXPECT_TRUE(service.waitForOutput("] url : ", 10s));
+    service.kill();
+    EXPECT_EQ(dir.read("config.ini"), config);
+    EXPECT_EQ(SqliteFile(dir.file("PrintData.db")).scalar("PRAGMA integrity_check"), "ok");
   }
 }
 

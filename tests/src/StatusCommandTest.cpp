@@ -8,6 +8,7 @@
 
 #include "src/Database.h"
 #include "src/Log.h"
+#include "src/StatusFile.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SampleConfig.h"
 #include "tests/support/SqliteFile.h"
@@ -82,6 +83,25 @@ TEST(StatusCommand, CountsAndTheExitCodeAMonitorActsOn) {
          t.dir.write("status.json", "{\"time\":\"now\"}\n");
        },
        0, {"{\"time\":\"now\"}\n", "healthy\n"}},
+      {"a table of another shape: a NULL and a text status", [](Kiosk& t) {
+         ASSERT_TRUE(SqliteFile(t.dir.file("PrintData.db")).exec(
+             "DROP TABLE local; CREATE TABLE local (uuid, path, status, updateTime, syncTime, failReason);"
+             "INSERT INTO local VALUES ('a', NULL, NULL, datetime('now', 'localtime'), NULL, NULL), "
+             "('b', NULL, 'odd', datetime('now', 'localtime'), NULL, NULL), ('c', NULL, 2, datetime('now', 'localtime'), NULL, NULL)"));
+       }, 0, {"): 1 printed, 1 of status \"odd\"\n"}},
+      {"one query of several failing", [](Kiosk& t) {
+         ASSERT_TRUE(SqliteFile(t.dir.file("PrintData.db")).exec(
+             "DROP TABLE local; CREATE TABLE local (uuid, path, status, updateTime, syncTime)"));
+       }, 2, {"store PrintData.db cannot be read: no such column: failReason\n"}},
+      // Pictures are looked for among the newest orders only: the five oldest here are not.
+      {"more orders than are looked at", [](Kiosk& t) {
+         for (int i = 0; i < 5; ++i) t.order("old-" + std::to_string(i), 2, 60, 30);
+         ASSERT_TRUE(SqliteFile(t.dir.file("PrintData.db")).exec(
+             "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000) "
+             "INSERT INTO local (orderNo, uuid, path, status, updateTime, syncTime, type) SELECT 'O', 'new-' || i, '" +
+             t.dir.file("p/new.jpg") + "', 2, datetime('now', 'localtime', '-1 minute'), datetime('now', 'localtime'), 'postcards' FROM n"));
+         t.dir.write("p/new.jpg", std::string(1 << 20, 'j'));
+       }, 0, {"pictures on disk: 1 (1 MiB), of the newest 10000 orders\n"}},
       {"no store", [](Kiosk& t) { fs::remove(t.dir.file("PrintData.db")); }, 2, {"store PrintData.db cannot be read: "}},
       {"a file that is not a store", [](Kiosk& t) { t.dir.write("PrintData.db", std::string(4096, 'x')); }, 2,
        {"store PrintData.db cannot be read: "}},
@@ -93,6 +113,22 @@ TEST(StatusCommand, CountsAndTheExitCodeAMonitorActsOn) {
     for (const auto& line : c.lines)
       EXPECT_NE(kiosk.out.find(line), std::string::npos) << c.name << ": " << line << "\n" << kiosk.out;
     EXPECT_FALSE(fs::exists(kiosk.dir.file("PrintData.db-wal"))) << c.name;
+  }
+}
+
+// The status file's minute is counted on the steady clock: a wall clock set back two hours
+// does not stop the heartbeat, and a failure to write is said once an hour of steady time.
+TEST(StatusFileWrites, AMinuteOnTheSteadyClockWhateverTheWallClockDoes) {
+  Kiosk kiosk;
+  StatusFile status(kiosk.dir.file("status.json"), "no such printer", kiosk.dir.file("PrintData.db"));
+  const std::time_t now = std::time(nullptr);
+  const auto start = std::chrono::steady_clock::now();
+  const std::tuple<std::time_t, std::chrono::seconds, bool> writes[] = {
+      {now, 0s, true}, {now + 30, 30s, false}, {now - 7200, 61s, true}, {now - 7190, 90s, false}, {now - 7140, 122s, true}};
+  for (const auto& [wall, steady, written] : writes) {
+    fs::remove(kiosk.dir.file("status.json"));
+    status.writeIfDue(wall, start + steady);
+    EXPECT_EQ(fs::exists(kiosk.dir.file("status.json")), written) << steady.count() << " s";
   }
 }
 
