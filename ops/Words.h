@@ -1,9 +1,11 @@
 // How the operator's commands name an order's status and an age.
 #pragma once
 
+#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace kps::ops {
@@ -18,8 +20,11 @@ inline std::string statusName(std::int32_t status) {
 inline std::string ordersText(const std::vector<std::vector<std::string>>& rows) {
   std::string text;
   for (const auto& row : rows) {
-    const bool number = !row[0].empty() && row[0].find_first_not_of("-0123456789") == std::string::npos && row[0].size() < 10;
-    text += (text.empty() ? "" : ", ") + row[1] + " " + (number ? statusName(std::stoi(row[0])) : "of status \"" + row[0] + "\"");
+    std::int32_t status = 0;
+    const char* end = row[0].data() + row[0].size();
+    const auto [stop, error] = std::from_chars(row[0].data(), end, status);
+    const bool number = !row[0].empty() && error == std::errc() && stop == end;
+    text += (text.empty() ? "" : ", ") + row[1] + " " + (number ? statusName(status) : "of status \"" + row[0] + "\"");
   }
   return text.empty() ? "none" : text;
 }

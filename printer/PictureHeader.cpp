@@ -10,13 +10,21 @@ namespace kps {
 
 namespace {
 
-// Reads the file by offset; every read past its end gives false, never a partial value.
+// Reads the file by offset through a window of its own, so that the many small reads of a
+// header walk cost a copy each, not a seek and a read of the system; every read past the end
+// (or past kMostScanned) gives false, never a partial value.
 class Bytes {
  public:
   explicit Bytes(std::FILE* file) : file_(file) {}
   bool at(long offset, unsigned char* out, std::size_t count) {
-    return offset >= 0 && std::fseek(file_, offset, SEEK_SET) == 0 &&
-           std::fread(out, 1, count, file_) == count;
+    if (offset < 0 || offset + static_cast<long>(count) > kMostScanned) return false;
+    if (offset < start_ || offset + static_cast<long>(count) > start_ + static_cast<long>(filled_)) {
+      start_ = offset;
+      filled_ = std::fseek(file_, offset, SEEK_SET) == 0 ? std::fread(window_, 1, sizeof window_, file_) : 0;
+      if (count > filled_) return false;
+    }
+    std::memcpy(out, window_ + (offset - start_), count);
+    return true;
   }
   // Unsigned integers of 1, 2 or 4 bytes, big- or little-endian.
   bool number(long offset, int size, bool bigEndian, std::uint32_t& out) {
@@ -27,17 +35,26 @@ class Bytes {
     return true;
   }
 
+  // A header lies near a file's start; a GIF's frames are walked to its end. Past this no
+  // picture the service takes reaches (a download stops at 256 MiB).
+  static constexpr long kMostScanned = 256L << 20;
+
  private:
   std::FILE* file_;
+  unsigned char window_[1 << 16];
+  long start_ = 0;
+  std::size_t filled_ = 0;
 };
 
-// Where the frame headers of a picture may lie: past this, a file is not one a camera makes.
-constexpr long kHeaderScanLimit = 16L << 20;
+// Where a JPEG's frame header may lie: past this, a file is not one a camera makes.
+constexpr long kJpegHeaderLimit = 16L << 20;
+// The blocks of a GIF walked for its frames: animations have thousands, not millions.
+constexpr long kMostGifBlocks = 1L << 20;
 
 void readJpeg(Bytes& in, PictureHeader& header) {
   long at = 2;  // past the start-of-image marker
   unsigned char marker[2];
-  while (at < kHeaderScanLimit && in.at(at, marker, 2)) {
+  while (at < kJpegHeaderLimit && in.at(at, marker, 2)) {
     if (marker[0] != 0xFF) return;
     if (marker[1] == 0xFF) {  // fill byte
       ++at;
@@ -95,14 +112,15 @@ void readGif(Bytes& in, PictureHeader& header) {
   long at = 13 + ((flags & 0x80) ? 3L << ((flags & 7) + 1) : 0);
   const auto skipSubBlocks = [&](long from) -> long {
     std::uint32_t size = 0;
-    while (from < kHeaderScanLimit * 64 && in.number(from, 1, false, size)) {
+    while (in.number(from, 1, false, size)) {
       from += 1 + static_cast<long>(size);
       if (size == 0) return from;
     }
     return -1;
   };
   std::uint32_t introducer = 0;
-  while (at >= 0 && in.number(at, 1, false, introducer)) {
+  for (long blocks = 0; at >= 0 && in.number(at, 1, false, introducer); ++blocks) {
+    if (blocks == kMostGifBlocks) return;  // no size it can be trusted for
     if (introducer == 0x3B) break;  // trailer
     if (introducer == 0x21) {       // extension: label, then sub-blocks
       at = skipSubBlocks(at + 2);
@@ -135,7 +153,10 @@ void readTiff(Bytes& in, PictureHeader& header, bool bigEndian) {
     if (tag != 256 && tag != 257) continue;
     if (type != 3 && type != 4) return;  // SHORT or LONG
     if (!in.number(entry + 8, type == 3 ? 2 : 4, bigEndian, value)) return;
-    (tag == 256 ? width : height) = value;
+    // Decoders differ on which of two values they take: neither is trusted.
+    std::uint32_t& size = tag == 256 ? width : height;
+    if (size != 0) return;
+    size = value;
   }
   header.width = width, header.height = height;
 }

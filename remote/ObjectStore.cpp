@@ -251,8 +251,11 @@ bool fetchObjectToFile(const OssSettings& settings, const std::string& key,
     Transfer transfer(downloadTemporaryPath(filePath), settings.mostObjectBytes);
     const auto started = std::chrono::steady_clock::now();
     auto [result, status] = perform(settings, url, key, transfer);
+    // libcurl's own timer may fire a hair before this one reads the limit: half a second is
+    // no stall's (those come after seconds without a byte, far from the limit).
     const bool tooSlow = result == CURLE_OPERATION_TIMEDOUT &&
-                         std::chrono::steady_clock::now() - started >= std::chrono::seconds(settings.mostTransferSeconds);
+                         std::chrono::steady_clock::now() - started >=
+                             std::chrono::seconds(settings.mostTransferSeconds) - std::chrono::milliseconds(500);
     if (transfer.tooLarge || tooSlow) {
       error = clientError(result, transfer.tooLarge ? "the object is larger than any picture" : "the transfer took too long",
                           transfer.requestId);

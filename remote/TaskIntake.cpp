@@ -71,6 +71,10 @@ RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::strin
   if (!problem) problem = own.keyProblem(pic);
   std::error_code machine;
   std::string why = problem ? problem : createFolderFor(path, machine);
+  // Every file and folder of a key was made by that very spelling, or is refused: on Windows
+  // "Pics/a.jpg" would otherwise be kept in the folder "pics", where "pics/a.jpg" finds it.
+  if (why.empty() && !machine && !spelledAsOnDisk(folderOf(path.substr(0, path.size() - pic.size())), pic))
+    why = "names an existing file or folder by another spelling";
   if (why.empty() && !machine) {
     std::error_code error;
     const auto status = std::filesystem::status(toPath(path), error);
@@ -79,11 +83,8 @@ RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::strin
       why = error.message();
     else if (error && error != std::errc::no_such_file_or_directory)
       machine = error;
-    // A file that is there is never fetched again, whatever it holds; but only a file of this
-    // very name, and a regular one: another key's picture is never this task's, and a FIFO or
-    // a device is no picture.
-    else if (std::filesystem::exists(status) && !spelledAsOnDisk(folderOf(path.substr(0, path.size() - pic.size())), pic))
-      why = "names an existing file by another spelling";
+    // A file that is there is never fetched again, whatever it holds; but only a regular one:
+    // a FIFO or a device is no picture.
     else if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
       why = "does not name a regular file";
     else if (std::filesystem::exists(status))

@@ -101,6 +101,7 @@ const char* windowsNameProblem(const std::string& segment) {
 
 const char* pictureKeyProblem(const std::string& key) {
   if (key.find('\0') != std::string::npos) return "holds a NUL character";
+  if (!isValidUtf8(key)) return "is not UTF-8 text";  // a lone surrogate its escapes spelled
   if (!key.empty() && (key.front() == '/' || key.front() == '\\' || (key.size() >= 2 && key[1] == ':')))
     return "leaves the working directory";
   std::size_t start = 0;

@@ -104,7 +104,6 @@ DailyLog::~DailyLog() {
   if (savedOut_) std::cout.rdbuf(savedOut_);
   if (savedErr_) std::cerr.rdbuf(savedErr_);
   if (previousTerminate_) std::set_terminate(previousTerminate_);
-  if (file_) std::fclose(file_);
 }
 
 void DailyLog::attach() {
@@ -134,7 +133,7 @@ void DailyLog::writeLine(const std::string& line, std::streambuf* fallback) {
   }
   if (file_) {
     const std::string text = halfLine_ ? "\n" + line : line;
-    if (std::fwrite(text.data(), 1, text.size(), file_) == text.size() && std::fflush(file_) == 0) {
+    if (std::fwrite(text.data(), 1, text.size(), file_.get()) == text.size() && std::fflush(file_.get()) == 0) {
       halfLine_ = false;
       return;
     }
@@ -145,8 +144,7 @@ void DailyLog::writeLine(const std::string& line, std::streambuf* fallback) {
 }
 
 void DailyLog::open(std::time_t now) {
-  if (file_) std::fclose(file_);
-  file_ = nullptr;
+  file_.reset();
   lastTry_ = ticks_();
   path_ = fromPath(toPath(settings_.folder) /
                    toPath(dailyLogName(std::stoi(day_.substr(0, 4)), std::stoi(day_.substr(5, 2)),
@@ -154,18 +152,17 @@ void DailyLog::open(std::time_t now) {
   // A folder removed under the running service is made again.
   std::error_code ignored;
   std::filesystem::create_directories(toPath(settings_.folder), ignored);
-  file_ = openFile(path_, "a+b");
+  file_.reset(openFile(path_, "a+b"));
   if (!file_) {
     giveUp(std::string("cannot open it: ") + std::strerror(errno), now);
     return;
   }
-  halfLine_ = std::fseek(file_, -1, SEEK_END) == 0 && std::fgetc(file_) != '\n';
-  std::fseek(file_, 0, SEEK_END);
+  halfLine_ = std::fseek(file_.get(), -1, SEEK_END) == 0 && std::fgetc(file_.get()) != '\n';
+  std::fseek(file_.get(), 0, SEEK_END);
 }
 
 void DailyLog::giveUp(const std::string& why, std::time_t now) {
-  if (file_) std::fclose(file_);
-  file_ = nullptr;
+  file_.reset();
   lastTry_ = ticks_();
   const std::string line = "[" + localTimeString(now) + "] log file " + path_ + ": " + why +
                            "; lines go to the standard streams, tried again in a minute\n";

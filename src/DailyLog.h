@@ -13,6 +13,8 @@
 #include <streambuf>
 #include <string>
 
+#include "src/FilePath.h"
+
 namespace kps {
 
 struct DailyLogSettings {
@@ -56,7 +58,7 @@ class DailyLog {
   std::mutex mutex_;
   std::string day_;           // the open file's day, "YYYY-MM-DD"
   std::string path_;
-  std::FILE* file_ = nullptr;
+  FilePtr file_;
   bool halfLine_ = false;  // the file ends inside a line (a write failed, the power went): a new one starts first
   std::chrono::steady_clock::time_point lastTry_;  // a file that could not be used is tried again a minute later
 };

@@ -1,6 +1,7 @@
 #include "src/FilePath.h"
 
 #include <cerrno>
+#include <memory>
 
 #include "src/Utf8.h"
 
@@ -18,6 +19,33 @@ namespace kps {
 
 #ifdef _WIN32
 
+namespace {
+
+struct HandleCloser {
+  void operator()(HANDLE handle) const {
+    if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
+  }
+};
+using Handle = std::unique_ptr<void, HandleCloser>;
+struct SearchCloser {
+  void operator()(HANDLE search) const {
+    if (search != INVALID_HANDLE_VALUE) FindClose(search);
+  }
+};
+
+// A C stream over a file the system opened; the handle is the stream's from then on.
+std::FILE* streamOf(Handle handle, int flags, const char* mode) {
+  if (handle.get() == INVALID_HANDLE_VALUE) return nullptr;
+  const int descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(handle.get()), flags);
+  if (descriptor < 0) return nullptr;
+  handle.release();
+  std::FILE* file = _fdopen(descriptor, mode);
+  if (!file) _close(descriptor);
+  return file;
+}
+
+}  // namespace
+
 std::filesystem::path toPath(const std::string& utf8) { return std::filesystem::path(utf8ToWide(utf8)); }
 
 std::string fromPath(const std::filesystem::path& path) { return wideToUtf8(path.native()); }
@@ -27,37 +55,17 @@ std::FILE* openFile(const std::string& utf8, const char* mode) {
 }
 
 std::FILE* createNewFile(const std::string& utf8) {
-  const HANDLE handle = CreateFileW(utf8ToWide(utf8).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) return nullptr;
-  const int descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_WRONLY | _O_BINARY);
-  if (descriptor < 0) {
-    CloseHandle(handle);
-    return nullptr;
-  }
-  std::FILE* file = _fdopen(descriptor, "wb");
-  if (!file) _close(descriptor);
-  return file;
+  return streamOf(Handle(CreateFileW(utf8ToWide(utf8).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr)),
+                  _O_WRONLY | _O_BINARY, "wb");
 }
 
 std::FILE* openRegularFile(const std::string& utf8) {
   // CreateFileW opens a folder only when asked to; a device name opens the device.
-  const HANDLE handle = CreateFileW(utf8ToWide(utf8).c_str(), GENERIC_READ,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) return nullptr;
-  if (GetFileType(handle) != FILE_TYPE_DISK) {
-    CloseHandle(handle);
-    return nullptr;
-  }
-  const int descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_RDONLY | _O_BINARY);
-  if (descriptor < 0) {
-    CloseHandle(handle);
-    return nullptr;
-  }
-  std::FILE* file = _fdopen(descriptor, "rb");
-  if (!file) _close(descriptor);
-  return file;
+  Handle handle(CreateFileW(utf8ToWide(utf8).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                            nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (handle.get() == INVALID_HANDLE_VALUE || GetFileType(handle.get()) != FILE_TYPE_DISK) return nullptr;
+  return streamOf(std::move(handle), _O_RDONLY | _O_BINARY, "rb");
 }
 
 bool spelledAsOnDisk(const std::string& folder, const std::string& relative) {
@@ -67,9 +75,12 @@ bool spelledAsOnDisk(const std::string& folder, const std::string& relative) {
     const std::string part = relative.substr(start, end - start);
     path += "\\" + part;
     WIN32_FIND_DATAW found;
-    const HANDLE search = FindFirstFileW(utf8ToWide(path).c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) return true;  // not there: nothing to compare
-    FindClose(search);
+    const std::unique_ptr<void, SearchCloser> search(FindFirstFileW(utf8ToWide(path).c_str(), &found));
+    if (search.get() == INVALID_HANDLE_VALUE) {
+      // Not there: nothing to compare, and nothing further down either. Unreadable: not taken.
+      const DWORD error = GetLastError();
+      return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    }
     if (wideToUtf8(found.cFileName) != part) return false;
     if (end == std::string::npos) return true;
     start = end + 1;
@@ -108,7 +119,7 @@ std::FILE* createNewFile(const std::string& utf8) {
 
 std::FILE* openRegularFile(const std::string& utf8) {
   // Without O_NONBLOCK the open of a FIFO would wait for a writer.
-  const int descriptor = ::open(toPath(utf8).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const int descriptor = ::open(toPath(utf8).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (descriptor < 0) return nullptr;
   struct stat info {};
   if (::fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode) ||

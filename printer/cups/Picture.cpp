@@ -18,14 +18,19 @@ struct ObjectUnref {
 };
 
 // The loader's own reading of the size, before it allocates: beyond the budget it is told to
-// stop (a size of 0 is gdk-pixbuf's word for that), whatever the header said.
+// stop (a size of 0 is gdk-pixbuf's word for that), whatever the header said. Nothing here may
+// throw: it runs inside GLib.
 void onSizePrepared(GdkPixbufLoader* loader, gint width, gint height, gpointer) {
-  PictureHeader declared;
-  declared.format = PictureFormat::Png;  // any printed format: only the size is judged here
-  declared.width = static_cast<std::uint32_t>(std::max(width, 0));
-  declared.height = static_cast<std::uint32_t>(std::max(height, 0));
-  if (!pictureRefusal(declared).empty()) gdk_pixbuf_loader_set_size(loader, 0, 0);
+  const bool within = width > 0 && height > 0 && static_cast<std::uint32_t>(width) <= kMostPictureEdge &&
+                      static_cast<std::uint32_t>(height) <= kMostPictureEdge &&
+                      std::uint64_t(width) * std::uint64_t(height) <= kMostPicturePixels;
+  if (!within) gdk_pixbuf_loader_set_size(loader, 0, 0);
 }
+
+struct ErrorFreer {
+  void operator()(GError* error) const { g_error_free(error); }
+};
+using Error = std::unique_ptr<GError, ErrorFreer>;
 
 const char* loaderName(PictureFormat format) {
   switch (format) {
@@ -40,20 +45,20 @@ const char* loaderName(PictureFormat format) {
 // Only the loader of the format the header named ever sees the bytes. These loaders hold the
 // whole picture; the header's budget bounds it.
 CairoSurface decodeWithPixbuf(std::FILE* file, PictureFormat format, const PixelSize& most) {
-  GError* error = nullptr;
-  const std::unique_ptr<GdkPixbufLoader, ObjectUnref> loader(
-      gdk_pixbuf_loader_new_with_type(loaderName(format), &error));
-  if (!loader) {
-    if (error) g_error_free(error);
-    return nullptr;
-  }
+  GError* raw = nullptr;
+  const std::unique_ptr<GdkPixbufLoader, ObjectUnref> loader(gdk_pixbuf_loader_new_with_type(loaderName(format), &raw));
+  Error error(raw);
+  if (!loader) return nullptr;
   g_signal_connect(loader.get(), "size-prepared", G_CALLBACK(onSizePrepared), nullptr);
   std::vector<guchar> chunk(1 << 16);
   bool whole = true;
-  for (std::size_t got; whole && (got = std::fread(chunk.data(), 1, chunk.size(), file)) > 0;)
-    whole = gdk_pixbuf_loader_write(loader.get(), chunk.data(), got, &error);
-  whole = gdk_pixbuf_loader_close(loader.get(), whole ? &error : nullptr) && whole && !std::ferror(file);
-  if (error) g_error_free(error);
+  for (std::size_t got; whole && (got = std::fread(chunk.data(), 1, chunk.size(), file)) > 0;) {
+    whole = gdk_pixbuf_loader_write(loader.get(), chunk.data(), got, &raw);
+    error.reset(raw), raw = nullptr;
+  }
+  // Closed in any case: a loader unreferenced open complains on standard error.
+  whole = gdk_pixbuf_loader_close(loader.get(), &raw) && whole && !std::ferror(file);
+  error.reset(raw);
   GdkPixbuf* pixbuf = gdk_pixbuf_loader_get_pixbuf(loader.get());  // the loader's
   if (!whole || !pixbuf) return nullptr;
 

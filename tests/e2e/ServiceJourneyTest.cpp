@@ -273,7 +273,8 @@ TEST_F(WineJourney, KeysWindowsCannotHoldOrSpelledAnotherWayHoldNothingBack) {
       {"aux.jpg", "names a device on Windows"}, {"x/CON", "names a device on Windows"},
       {"a.jpg:x", "holds a character Windows does not allow in a name"},
       {"what?.jpg", "holds a character Windows does not allow in a name"},
-      {"photo.jpg", "names an existing file by another spelling"},
+      {"photo.jpg", "names an existing file or folder by another spelling"},
+      {"PICS/other.jpg", "names an existing file or folder by another spelling"},
       {"pics/~~~~~~~~/x.jpg", "names one of the service's own files"}};
   std::vector<std::string> tasks = {task("T-first", "Photo.JPG")}, ids = {"T-first", "T-beside", "T-last"};
   for (std::size_t i = 0; i < refused.size(); ++i) {

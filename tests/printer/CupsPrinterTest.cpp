@@ -341,11 +341,12 @@ TEST(QueueSizes, TheDriversPaperForASize) {
 TEST_F(CupsPrinterTest, ARealPhotoReachesThePrinterAsThePhotoScaledToTheDrawnRectangle) {
   jobWaitTiming().limitMs = 30000;
   ASSERT_EQ(manager.PrintImage(L"virtual", utf8ToWide(kRealPhoto), "postcards"), 0);
+  // The virtual printer's newest job: its documents are named by its job number.
   std::string kept;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(cups->keptDocumentsDir()))
-    if (entry.is_regular_file() && entry.path().extension() == ".pdf" &&
-        (kept.empty() || std::filesystem::last_write_time(entry.path()) > std::filesystem::last_write_time(kept)))
-      kept = entry.path().string();
+  long newest = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(cups->keptDocumentsDir()))
+    if (entry.path().extension() == ".pdf" && std::atol(entry.path().filename().c_str()) > newest)
+      newest = std::atol(entry.path().filename().c_str()), kept = entry.path().string();
   ASSERT_FALSE(kept.empty());
   EXPECT_LT(std::filesystem::file_size(kept), 2u << 20);
   const std::string images = output("pdfimages -list " + kept + " | tail -n +3");

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <string>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #ifndef _WIN32
 #include <sys/stat.h>
@@ -49,14 +51,17 @@ std::string gif(unsigned width, unsigned height, std::initializer_list<std::arra
     out += "\x2C" + le16(i[0]) + le16(i[1]) + le16(i[2]) + le16(i[3]) + std::string("\0\x02\x02\x4C\x01\0", 6);
   return out + "\x3B";
 }
-std::string tiff(bool bigEndian, unsigned width, unsigned height, bool longs) {
+// A first directory of these (tag, value) entries, SHORT or LONG values.
+std::string tiff(bool bigEndian, std::vector<std::pair<unsigned, unsigned>> entries, bool longs) {
   const auto n16 = bigEndian ? be16 : le16;
   const auto n32 = bigEndian ? be32 : le32;
-  const auto entry = [&](unsigned tag, unsigned value) {
-    return n16(tag) + n16(longs ? 4 : 3) + n32(1) + (longs ? n32(value) : n16(value) + n16(0));
-  };
-  return (bigEndian ? std::string("MM\0*", 4) : std::string("II*\0", 4)) + n32(8) + n16(3) + entry(254, 0) +
-         entry(256, width) + entry(257, height) + n32(0);
+  std::string out = (bigEndian ? std::string("MM\0*", 4) : std::string("II*\0", 4)) + n32(8) + n16(static_cast<unsigned>(entries.size()));
+  for (const auto& [tag, value] : entries)
+    out += n16(tag) + n16(longs ? 4 : 3) + n32(1) + (longs ? n32(value) : n16(value) + n16(0));
+  return out + n32(0);
+}
+std::string tiff(bool bigEndian, unsigned width, unsigned height, bool longs) {
+  return tiff(bigEndian, {{254, 0}, {256, width}, {257, height}}, longs);
 }
 
 TEST(PictureHeader, FormatAndSizeFromTheFirstBytesAndWhatIsRefused) {
@@ -97,6 +102,12 @@ TEST(PictureHeader, FormatAndSizeFromTheFirstBytesAndWhatIsRefused) {
        PictureFormat::Gif, 30010, 100, false, "30010 x 100 pixels"},
       {"little-endian TIFF", tiff(false, 3000, 2000, false), PictureFormat::Tiff, 3000, 2000, false, ""},
       {"big-endian TIFF of long sizes", tiff(true, 50000, 20, true), PictureFormat::Tiff, 50000, 20, false, "50000 x 20 pixels"},
+      {"TIFF naming its width twice", tiff(false, {{256, 30000}, {257, 10}, {256, 10}}, false), PictureFormat::Tiff, 0, 0, false, kNoSize},
+      {"GIF of a million empty extensions", "GIF89a" + le16(10) + le16(10) + std::string(3, '\0') + [] {
+         std::string blocks;
+         for (int i = 0; i < (1 << 20) + 1; ++i) blocks += std::string("\x21\x01\0", 3);
+         return blocks + "\x2C" + le16(0) + le16(0) + le16(30000) + le16(30000) + std::string("\0\x02\0\x3B", 4);
+       }(), PictureFormat::Gif, 0, 0, false, kNoSize},
       {"SVG", "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"32000\" height=\"32000\"/>", PictureFormat::Other, 0, 0, false, kOther},
       {"XPM", "/* XPM */\nstatic char *x[] = {\"1 1 1 1\", \"a c #FF0000\", \"a\"};\n", PictureFormat::Other, 0, 0, false, kOther},
       {"ICO", std::string("\0\0\1\0\1\0", 6) + std::string(40, '\0'), PictureFormat::Other, 0, 0, false, kOther},

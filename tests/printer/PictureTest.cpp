@@ -60,7 +60,10 @@ TEST(BadInput, PictureFiles) {
       {"TIFF", "convert good.jpg p.tiff", "p.tiff", kRed, kBlue, ""},
       {"JPEG with stray bytes before its end marker",
        cut + "- 2 )) good.jpg > p.jpg && head -c 3 /dev/zero >> p.jpg && tail -c 2 good.jpg >> p.jpg", "p.jpg", kRed, kBlue, ""},
+      {"JPEG without its end marker", cut + "- 2 )) good.jpg > p.jpg", "p.jpg", kRed, kBlue, ""},
       {"truncated JPEG", cut + "/ 2 )) good.jpg > p.jpg", "p.jpg", 0, 0, ""},
+      {"progressive JPEG cut before its last scan",
+       "convert good.jpg -interlace JPEG x.jpg && head -c $(( $(stat -c %s x.jpg) * 3 / 4 )) x.jpg > p.jpg", "p.jpg", 0, 0, ""},
       {"JPEG header only", "head -c 20 good.jpg > p.jpg", "p.jpg", 0, 0, "its size cannot be read from its header"},
       {"truncated PNG", "convert good.jpg x.png && head -c 40 x.png > p.png", "p.png", 0, 0, ""},
       {"PNG bomb", bomb + "png 30000 30000 p.png", "p.png", 0, 0, "30000 x 30000 pixels, more than the 100 MP"},
@@ -184,6 +187,7 @@ TEST(BadInput, MemoryRunningOutFailsThePictureNotTheProcess) {
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
     EXPECT_EQ(WEXITSTATUS(status), 0) << "decoded although memory ran short";
+    EXPECT_TRUE(load(path, {1110, 1710})) << "the picture itself is whole";
   }
 #endif
 }

@@ -1,17 +1,9 @@
 #include "printer/cups/Jpeg.h"
 
-// jpeglib.h needs size_t and FILE declared first.
-#include <cstddef>
-#include <cstdio>
-#include <cstdlib>
-#include <csetjmp>
-
-#include <jerror.h>
-#include <jpeglib.h>
-
 #include <algorithm>
 
 #include "printer/cups/AreaScaler.h"
+#include "printer/cups/JpegError.h"
 
 namespace kps {
 
@@ -21,28 +13,22 @@ namespace {
 // the picture instead of asking the system for more.
 constexpr long kMostDecoderMemory = 512L << 20;
 
-// libjpeg reports an error by a jump back to the function that set it up. The functions that
-// set one up hold nothing with a destructor, so the jump skips no clean-up; the objects they
-// work on belong to their callers.
-struct ErrorJump {
-  jpeg_error_mgr manager;
-  std::jmp_buf jump;
-};
-
-[[noreturn]] void jumpBack(j_common_ptr info) { std::longjmp(reinterpret_cast<ErrorJump*>(info->err)->jump, 1); }
-
-// Warnings are not printed; data that ends before the last row is an error, as grey would
-// otherwise be printed where the rest of the picture was.
+// Warnings are not printed. Data that ends before the picture does is an error, as grey would
+// otherwise be printed where the rest was: a scan cut short, or a progressive file ending
+// before its last scan. A baseline file that lacks only its end marker is whole.
 void onMessage(j_common_ptr info, int level) {
-  if (level < 0 && info->err->msg_code == JWRN_JPEG_EOF) jumpBack(info);
+  if (level >= 0) return;
+  const int code = info->err->msg_code;
+  const bool progressive = info->is_decompressor && reinterpret_cast<j_decompress_ptr>(info)->progressive_mode;
+  if (code == JWRN_HIT_MARKER || (code == JWRN_JPEG_EOF && progressive)) jpegJumpBack(info);
 }
 
 struct Decompressor {
   jpeg_decompress_struct info{};
-  ErrorJump error{};
+  JpegErrorJump error{};
   Decompressor() {
     info.err = jpeg_std_error(&error.manager);
-    error.manager.error_exit = jumpBack;
+    error.manager.error_exit = jpegJumpBack;
     error.manager.emit_message = onMessage;
   }
   ~Decompressor() { jpeg_destroy_decompress(&info); }
@@ -99,50 +85,6 @@ bool readRows(Decompressor& d, AreaScaler& scaler) {
   return true;
 }
 
-struct Compressor {
-  jpeg_compress_struct info{};
-  ErrorJump error{};
-  unsigned char* buffer = nullptr;  // libjpeg's, grown as it writes
-  unsigned long size = 0;
-  Compressor() {
-    info.err = jpeg_std_error(&error.manager);
-    error.manager.error_exit = jumpBack;
-    error.manager.emit_message = [](j_common_ptr, int) {};
-  }
-  ~Compressor() {
-    jpeg_destroy_compress(&info);
-    std::free(buffer);
-  }
-  Compressor(const Compressor&) = delete;
-  Compressor& operator=(const Compressor&) = delete;
-};
-
-bool compress(Compressor& c, cairo_surface_t* surface, int quality) {
-  if (setjmp(c.error.jump)) return false;
-  jpeg_create_compress(&c.info);
-  jpeg_mem_dest(&c.info, &c.buffer, &c.size);
-  c.info.image_width = static_cast<JDIMENSION>(cairo_image_surface_get_width(surface));
-  c.info.image_height = static_cast<JDIMENSION>(cairo_image_surface_get_height(surface));
-  c.info.input_components = 4;
-  // cairo's RGB24 is a native-endian 0x00RRGGBB word a pixel.
-#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  c.info.in_color_space = JCS_EXT_BGRX;
-#else
-  c.info.in_color_space = JCS_EXT_XRGB;
-#endif
-  jpeg_set_defaults(&c.info);
-  jpeg_set_quality(&c.info, quality, TRUE);
-  jpeg_start_compress(&c.info, TRUE);
-  unsigned char* data = cairo_image_surface_get_data(surface);
-  const int stride = cairo_image_surface_get_stride(surface);
-  while (c.info.next_scanline < c.info.image_height) {
-    JSAMPROW row = data + static_cast<std::size_t>(c.info.next_scanline) * stride;
-    jpeg_write_scanlines(&c.info, &row, 1);
-  }
-  jpeg_finish_compress(&c.info);
-  return true;
-}
-
 }  // namespace
 
 CairoSurface decodeJpeg(std::FILE* file, const PixelSize& most) {
@@ -153,14 +95,6 @@ CairoSurface decodeJpeg(std::FILE* file, const PixelSize& most) {
   if (cairo_surface_status(scaler.surface()) != CAIRO_STATUS_SUCCESS || !readRows(d, scaler) || !scaler.done())
     return nullptr;
   return scaler.take();
-}
-
-std::string encodeJpeg(cairo_surface_t* surface, int quality) {
-  Compressor c;
-  if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS ||
-      cairo_image_surface_get_format(surface) != CAIRO_FORMAT_RGB24 || !compress(c, surface, quality))
-    return "";
-  return std::string(reinterpret_cast<const char*>(c.buffer), c.size);
 }
 
 }  // namespace kps
