@@ -5,13 +5,13 @@
 #include "printer/cups/Picture.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <tuple>
 
+#include "tests/support/ChildProcess.h"
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/Shell.h"
 #include "tests/support/TempDir.h"
@@ -172,19 +172,7 @@ TEST(BadInput, MemoryRunningOutFailsThePictureNotTheProcess) {
   for (const char* name : {"big.png", "big.jpg"}) {
     SCOPED_TRACE(name);
     const std::string path = dir.file(name);
-    std::fflush(nullptr);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      long pages = 0;
-      std::ifstream("/proc/self/statm") >> pages;
-      const rlim_t limit = static_cast<rlim_t>(pages) * ::sysconf(_SC_PAGESIZE) + (48 << 20);
-      const rlimit bound{limit, limit};
-      ::setrlimit(RLIMIT_AS, &bound);
-      _exit(load(path, {1110, 1710}) ? 1 : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    const int status = runWithSpareMemory(48 << 20, [&] { return load(path, {1110, 1710}) ? 1 : 0; });
     EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
     EXPECT_EQ(WEXITSTATUS(status), 0) << "decoded although memory ran short";
     EXPECT_TRUE(load(path, {1110, 1710})) << "the picture itself is whole";

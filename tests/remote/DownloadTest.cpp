@@ -2,12 +2,10 @@
 // or never accept: what it fails on, what it retries, and what it bounds.
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 
 #include "tests/remote/IntakeFixture.h"
 
@@ -98,21 +96,11 @@ TEST_F(Intake, AnErrorBodyIsNeverHeldWhole) {
   GTEST_SKIP() << "a sanitizer's shadow memory does not fit under an address-space limit";
 #else
   store.fail(R"({"status":400,"repeat":128000000})");
-  std::fflush(nullptr);
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    long pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    const rlim_t limit = static_cast<rlim_t>(pages) * ::sysconf(_SC_PAGESIZE) + (48 << 20);
-    const rlimit bound{limit, limit};
-    ::setrlimit(RLIMIT_AS, &bound);
+  const int status = runWithSpareMemory(48 << 20, [&] {
     OssError error;
     const bool fetched = fetchObjectToFile(store.settings(), "pics/k.jpg", dir.file("k.jpg"), error);
-    _exit(!fetched && error.code == "ServerError:400" ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
+    return !fetched && error.code == "ServerError:400" ? 0 : 1;
+  });
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
 #endif
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -41,5 +42,10 @@ int runToEnd(const std::vector<std::string>& argv, const std::string& workDir,
 
 // A loopback port no one listens on now, for a daemon a test starts.
 int freeLoopbackPort();
+
+// Runs `body` in a forked child whose address space may grow by `spareBytes` only, and returns
+// the child's wait status (`body`'s result as its exit code, or the signal that ended it).
+// Meaningless under a sanitizer, whose shadow memory does not fit such a limit.
+int runWithSpareMemory(std::size_t spareBytes, const std::function<int()>& body);
 
 }  // namespace kps
