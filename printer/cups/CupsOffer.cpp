@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "printer/PrinterManager.h"
+#include "printer/cups/CupsHandles.h"
 #include "printer/cups/CupsTables.h"
 #include "printer/cups/QueueMedia.h"
 
@@ -16,10 +17,9 @@ namespace {
 
 // The queue and what it says of itself; empty when it cannot be asked.
 struct QueueInfo {
-  std::unique_ptr<cups_dest_t, void (*)(cups_dest_t*)> dest{nullptr, [](cups_dest_t* d) { cupsFreeDests(1, d); }};
-  std::unique_ptr<cups_dinfo_t, void (*)(cups_dinfo_t*)> info{nullptr, cupsFreeDestInfo};
-  explicit QueueInfo(const std::wstring& printer) {
-    dest.reset(cupsGetNamedDest(CUPS_HTTP_DEFAULT, wideToUtf8(printer).c_str(), nullptr));
+  Dest dest;
+  DestInfo info;
+  explicit QueueInfo(const std::wstring& printer) : dest(openDest(wideToUtf8(printer))) {
     if (dest) info.reset(cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get()));
   }
   explicit operator bool() const { return dest && info; }

@@ -12,6 +12,7 @@
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
+#include "printer/cups/CupsHandles.h"
 #include "printer/cups/CupsTables.h"
 #include "printer/cups/Page.h"
 #include "printer/cups/Picture.h"
@@ -30,23 +31,6 @@ struct Dests {
   Dests(const Dests&) = delete;
   Dests& operator=(const Dests&) = delete;
 };
-
-struct DestDeleter {
-  void operator()(cups_dest_t* dest) const { cupsFreeDests(1, dest); }
-};
-using Dest = std::unique_ptr<cups_dest_t, DestDeleter>;
-
-struct DestInfoDeleter {
-  void operator()(cups_dinfo_t* info) const { cupsFreeDestInfo(info); }
-};
-struct IppDeleter {
-  void operator()(ipp_t* ipp) const { ippDelete(ipp); }
-};
-using Ipp = std::unique_ptr<ipp_t, IppDeleter>;
-
-Dest openDest(const std::string& name) {
-  return Dest(cupsGetNamedDest(CUPS_HTTP_DEFAULT, name.c_str(), nullptr));
-}
 
 std::string option(const cups_dest_t* dest, const char* name) {
   const char* value = cupsGetOption(name, dest->num_options, dest->options);
@@ -115,8 +99,6 @@ std::vector<Queue> schedulerQueues(bool& failed) {
   flush();
   return queues;
 }
-
-using DestInfo = std::unique_ptr<cups_dinfo_t, DestInfoDeleter>;
 
 // What a copy of this product type asks the queue for. Empty, with one line naming what is
 // wrong, when the queue lacks the paper (or a number has no CUPS name): then nothing is printed
