@@ -12,7 +12,7 @@
 #include "remote/HttpRequest.h"
 #include "remote/ObjectStore.h"
 #include "remote/RemoteOrderIdManger.h"
-#include "src/Runtime.h"
+#include "store/Runtime.h"
 #include "tests/support/HttpsServer.h"
 #include "tests/support/TempDir.h"
 

@@ -8,7 +8,7 @@
 #include <iostream>
 #include <string>
 
-#include "src/Database.h"
+#include "store/Database.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "src/Database.h"
+#include "store/Database.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <vector>
 
-#include "src/FilePath.h"
+#include "base/FilePath.h"
 
 namespace kps::ops {
 

@@ -5,12 +5,12 @@
 #include <exception>
 #include <string>
 
-#include "Deployment.h"
+#include "base/FilePath.h"
 #include "config/IniFile.h"
+#include "Deployment.h"
 #include "ops/Commands.h"
-#include "src/Endpoints.h"
-#include "src/FilePath.h"
-#include "src/StatusFile.h"
+#include "remote/Endpoints.h"
+#include "upkeep/StatusFile.h"
 
 namespace kps::ops {
 

@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
+#include "base/Utf8.h"
 #include "ops/Commands.h"
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
-#include "src/Utf8.h"
 
 namespace kps::ops {
 

@@ -9,13 +9,13 @@
 #include <random>
 #include <string>
 
+#include "base/FilePath.h"
 #include "Deployment.h"
 #include "ops/Commands.h"
+#include "remote/Endpoints.h"
 #include "remote/HttpRequest.h"
 #include "remote/ObjectStore.h"
 #include "remote/TaskList.h"
-#include "src/Endpoints.h"
-#include "src/FilePath.h"
 
 namespace kps::ops {
 

@@ -5,10 +5,10 @@
 #include <fstream>
 #include <string>
 
+#include "base/FilePath.h"
 #include "ops/Commands.h"
 #include "ops/Words.h"
-#include "src/FilePath.h"
-#include "src/StoreReader.h"
+#include "store/StoreReader.h"
 
 namespace kps::ops {
 

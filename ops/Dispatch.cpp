@@ -6,7 +6,7 @@
 
 #include "Deployment.h"
 #include "ops/Commands.h"
-#include "src/OperatorCommand.h"
+#include "ops/Dispatch.h"
 
 namespace kps {
 

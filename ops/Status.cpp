@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "base/FilePath.h"
+#include "base/Log.h"
 #include "ops/Commands.h"
 #include "ops/Words.h"
-#include "src/FilePath.h"
-#include "src/Log.h"
-#include "src/StoreReader.h"
+#include "store/StoreReader.h"
 
 namespace kps::ops {
 

@@ -8,14 +8,14 @@
 #include <iostream>
 #include <string>
 
+#include "base/FilePath.h"
+#include "base/Utf8.h"
 #include "ops/CalibrationPicture.h"
 #include "ops/Commands.h"
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
-#include "src/Database.h"
-#include "src/FilePath.h"
-#include "src/Utf8.h"
+#include "store/Database.h"
 
 namespace kps::ops {
 

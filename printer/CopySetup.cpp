@@ -3,10 +3,10 @@
 // EnumeratePrinters and the rest.
 #include <iostream>
 
+#include "base/Log.h"
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
-#include "src/Log.h"
 
 namespace kps {
 

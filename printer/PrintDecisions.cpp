@@ -8,8 +8,8 @@
 #include <windows.h>
 #endif
 
-#include "src/Log.h"
-#include "src/Utf8.h"
+#include "base/Log.h"
+#include "base/Utf8.h"
 
 namespace kps {
 

@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "base/Utf8.h"
+#include "pictures/PictureSize.h"
 #include "printer/PrinterSettings.h"
-#include "src/Utf8.h"
 
 namespace kps {
 
@@ -24,11 +25,6 @@ std::wstring matchPrinter(const std::vector<std::wstring>& names, const std::wst
 // size for fridge magnets and card sets. Empty for any other type (case-sensitive).
 std::optional<std::int32_t> paperSizeFor(const std::string& type,
                                          const PrinterSettingsRecord& settings);
-
-struct PictureSize {
-  std::int32_t width;
-  std::int32_t height;
-};
 
 // The drawn rectangle: Four pair for postcards, frames and card sets, Three pair for fridge
 // magnets; width x 3.7 and height x 3.8, truncated toward zero.

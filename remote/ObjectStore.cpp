@@ -9,12 +9,12 @@
 #include <filesystem>
 #include <memory>
 
+#include "base/FilePath.h"
+#include "base/OwnFiles.h"
 #include "Deployment.h"
 #include "remote/Crc64.h"
 #include "remote/Curl.h"
 #include "remote/OssSigner.h"
-#include "src/FilePath.h"
-#include "src/OwnFiles.h"
 
 namespace kps {
 

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "src/Database.h"
-#include "src/OwnFiles.h"
+#include "base/OwnFiles.h"
+#include "store/Database.h"
 
 namespace kps {
 

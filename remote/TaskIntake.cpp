@@ -2,14 +2,14 @@
 #include <filesystem>
 #include <iostream>
 
+#include "base/FilePath.h"
+#include "base/Health.h"
+#include "base/Log.h"
+#include "config/ServiceFiles.h"
 #include "remote/HttpRequest.h"
 #include "remote/RemoteOrderIdManger.h"
 #include "remote/TaskList.h"
-#include "src/FilePath.h"
-#include "src/Health.h"
-#include "src/Log.h"
-#include "src/Runtime.h"
-#include "src/ServiceFiles.h"
+#include "store/Runtime.h"
 
 namespace kps {
 

@@ -5,7 +5,7 @@
 
 #include <cctype>
 
-#include "src/Utf8.h"
+#include "base/Utf8.h"
 
 namespace kps {
 

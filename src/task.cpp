@@ -13,19 +13,20 @@
 #include <string>
 #include <thread>
 
+#include "base/DailyLog.h"
+#include "base/Health.h"
+#include "base/Log.h"
 #include "config/PrinterConfig.h"
+#include "config/ServiceFiles.h"
 #include "printer/PrinterManager.h"
-#include "remote/RemoteOrderIdManger.h"
 #include "printer/PrinterSettings.h"
-#include "src/DailyLog.h"
-#include "src/Database.h"
-#include "src/Endpoints.h"
-#include "src/Health.h"
-#include "src/Log.h"
-#include "src/OperatorCommand.h"
-#include "src/Runtime.h"
-#include "src/ServiceFiles.h"
-#include "src/StatusFile.h"
+#include "remote/Endpoints.h"
+#include "remote/RemoteOrderIdManger.h"
+#include "ops/Dispatch.h"
+#include "store/Database.h"
+#include "store/Runtime.h"
+#include "upkeep/PictureRetention.h"
+#include "upkeep/StatusFile.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -116,7 +117,7 @@ void syncLoop() {
     sharedDatabase->syncStatus(url);
     // Opt-in: without PictureRetentionDays nothing here runs.
     if (retentionDays > 0 && retention.due())
-      sharedDatabase->removeExpiredPictures(retention, retentionDays, std::time(nullptr));
+      kps::removeExpiredPictures(*sharedDatabase, retention, retentionDays, std::time(nullptr));
     if (status) status->writeIfDue(std::time(nullptr));
     std::this_thread::sleep_for(2000ms);
   }

@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <memory>
 
-#include "printer/PrinterManager.h"
 #include "printer/cups/CupsHandles.h"
 #include "printer/cups/CupsTables.h"
 #include "printer/cups/QueueMedia.h"
+#include "printer/PrinterManager.h"
 
 namespace kps {
 

@@ -9,15 +9,15 @@
 #include <memory>
 #include <thread>
 
-#include "printer/PrintDecisions.h"
-#include "printer/PrinterManager.h"
-#include "printer/PrinterSettings.h"
+#include "base/Log.h"
+#include "pictures/Picture.h"
 #include "printer/cups/CupsHandles.h"
 #include "printer/cups/CupsTables.h"
 #include "printer/cups/Page.h"
-#include "printer/cups/Picture.h"
 #include "printer/cups/QueueMedia.h"
-#include "src/Log.h"
+#include "printer/PrintDecisions.h"
+#include "printer/PrinterManager.h"
+#include "printer/PrinterSettings.h"
 
 namespace kps {
 

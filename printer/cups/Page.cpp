@@ -4,8 +4,8 @@
 
 #include <new>
 
+#include "pictures/Jpeg.h"
 #include "printer/PrinterManager.h"
-#include "printer/cups/Jpeg.h"
 
 namespace kps {
 

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include "pictures/Picture.h"
 #include "printer/PrintDecisions.h"
-#include "printer/cups/Picture.h"
 
 namespace kps {
 

@@ -4,12 +4,12 @@
 #include <memory>
 #include <type_traits>
 
-#include "printer/PictureHeader.h"
+#include "base/Log.h"
+#include "pictures/PictureHeader.h"
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
 #include "printer/win32/Win32Api.h"
-#include "src/Log.h"
 
 using namespace Gdiplus;
 

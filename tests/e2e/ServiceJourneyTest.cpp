@@ -4,7 +4,7 @@
 
 #include <rapidjson/document.h>
 
-#include "src/Log.h"
+#include "base/Log.h"
 #include "tests/e2e/Journey.h"
 
 namespace kps {

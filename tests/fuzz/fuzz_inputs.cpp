@@ -8,11 +8,11 @@
 #include <mutex>
 #include <string>
 
+#include "base/Utf8.h"
 #include "config/IniFile.h"
-#include "printer/PictureHeader.h"
+#include "pictures/PictureHeader.h"
 #include "remote/OssError.h"
 #include "remote/TaskList.h"
-#include "src/Utf8.h"
 
 namespace kps {
 std::mutex logMutex;  // the entry point's, for the log writer the picture reader links

@@ -7,10 +7,10 @@
 #include <regex>
 #include <thread>
 
+#include "printer/cups/QueueMedia.h"
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
-#include "printer/cups/QueueMedia.h"
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/PrivateCups.h"
 #include "tests/support/Shell.h"

@@ -11,7 +11,7 @@
 
 #include "remote/HttpRequest.h"
 #include "remote/RemoteOrderIdManger.h"
-#include "src/Database.h"
+#include "store/Database.h"
 #include "tests/support/HttpsServer.h"
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/SqliteFile.h"

@@ -12,7 +12,7 @@
 #include "remote/ObjectStore.h"
 #include "remote/RemoteOrderIdManger.h"
 #include "remote/TaskList.h"
-#include "src/Runtime.h"
+#include "store/Runtime.h"
 #include "tests/support/HttpsServer.h"
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/SandboxObjectStore.h"

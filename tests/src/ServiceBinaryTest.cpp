@@ -8,8 +8,8 @@
 #include <functional>
 #include <thread>
 
+#include "base/Log.h"
 #include "Deployment.h"
-#include "src/Log.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SampleConfig.h"
 #include "tests/support/SqliteFile.h"

@@ -1,8 +1,8 @@
 // The service's process-wide objects for test programs, which link the libraries without the
 // entry point's file (and so without its two stores on PrintData.db).
+#include "base/Log.h"
 #include "printer/PrinterSettings.h"
-#include "src/Log.h"
-#include "src/Runtime.h"
+#include "store/Runtime.h"
 
 kps::PrinterSettingsRecord kps::PrinterSettings;
 std::mutex kps::logMutex;

@@ -1,0 +1,58 @@
+#include "pictures/PictureHeader.h"
+
+#include <cstring>
+
+#include "base/Log.h"
+#include "pictures/HeaderReaders.h"
+
+namespace kps {
+
+PictureHeader readPictureHeader(std::FILE* file) {
+  HeaderBytes in(file);
+  PictureHeader header;
+  unsigned char magic[8] = {};
+  if (!in.at(0, magic, 2)) return header;
+  in.at(0, magic, 8);  // a shorter file keeps zeros beyond its end
+  if (magic[0] == 0xFF && magic[1] == 0xD8) {
+    header.format = PictureFormat::Jpeg;
+    readJpegHeader(in, header);
+  } else if (std::memcmp(magic, "\x89PNG\r\n\x1a\n", 8) == 0) {
+    header.format = PictureFormat::Png;
+    readPngHeader(in, header);
+  } else if (magic[0] == 'B' && magic[1] == 'M') {
+    header.format = PictureFormat::Bmp;
+    readBmpHeader(in, header);
+  } else if (std::memcmp(magic, "GIF87a", 6) == 0 || std::memcmp(magic, "GIF89a", 6) == 0) {
+    header.format = PictureFormat::Gif;
+    readGifHeader(in, header);
+  } else if (std::memcmp(magic, "II*\0", 4) == 0 || std::memcmp(magic, "MM\0*", 4) == 0) {
+    header.format = PictureFormat::Tiff;
+    readTiffHeader(in, header, magic[0] == 'M');
+  }
+  return header;
+}
+
+std::string pictureRefusal(const PictureHeader& header) {
+  if (header.format == PictureFormat::Other) return "not a JPEG, PNG, BMP, GIF or TIFF picture";
+  if (header.width == 0 || header.height == 0) return "its size cannot be read from its header";
+  const std::uint64_t pixels = std::uint64_t{header.width} * header.height;
+  if (pixels > kMostPicturePixels || header.width > kMostPictureEdge || header.height > kMostPictureEdge)
+    return std::to_string(header.width) + " x " + std::to_string(header.height) +
+           " pixels, more than the 100 MP or 20000 pixels a side a print takes";
+  return "";
+}
+
+FilePtr openPicture(const std::string& path, PictureHeader& header) {
+  FilePtr file(openRegularFile(path));
+  if (!file) return nullptr;
+  header = readPictureHeader(file.get());
+  const std::string refusal = pictureRefusal(header);
+  if (!refusal.empty()) {
+    logLine(KPS_TAG_PRINTER, __LINE__, ("picture refused, " + refusal + ": ").c_str(), path);
+    return nullptr;
+  }
+  std::rewind(file.get());
+  return file;
+}
+
+}  // namespace kps

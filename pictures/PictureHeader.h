@@ -1,0 +1,41 @@
+// What a picture file says of itself before a pixel of it is decoded: its format, told by its
+// first bytes, and its size in pixels, read from its header. The same reading on both
+// platforms decides whether a copy's picture is decoded at all.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "base/FilePath.h"
+
+namespace kps {
+
+// The formats the service prints: those GDI+ reads as bitmaps.
+enum class PictureFormat { Other, Jpeg, Png, Bmp, Gif, Tiff };
+
+struct PictureHeader {
+  PictureFormat format = PictureFormat::Other;
+  // The pixels the decoder will make; 0 when the header does not say. A GIF's are the box that
+  // holds its screen and every frame on it.
+  std::uint32_t width = 0, height = 0;
+  // A JPEG a PDF reader shows as it is: baseline or progressive, 8 bits, grey or colour.
+  bool plainJpeg = false;
+};
+
+// No real product needs more: a 4 x 6 in print at 1200 dpi is 35 MP.
+inline constexpr std::uint64_t kMostPicturePixels = 100'000'000;
+inline constexpr std::uint32_t kMostPictureEdge = 20000;
+
+// Reads the header from the file's start; the file's position is left anywhere.
+PictureHeader readPictureHeader(std::FILE* file);
+
+// Why a picture with this header is not decoded, or "" when it may be.
+std::string pictureRefusal(const PictureHeader& header);
+
+// The copy's picture, opened for decoding: a regular file whose header names a format the
+// service prints, within the budget. Null when the file cannot be opened, and then also with
+// one log line naming the file when it is refused.
+FilePtr openPicture(const std::string& path, PictureHeader& header);
+
+}  // namespace kps

@@ -1,0 +1,125 @@
+// The order store: one SQLite connection on PrintData.db and the mutex that serialises this
+// object's writing statements. Its operations are spread over files of their own: open and
+// schema (Database.cpp), order records, status stamping, the print run and the status sync.
+#pragma once
+
+#include <rapidjson/document.h>
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "store/SqliteStatement.h"
+
+namespace kps {
+
+// One row of table local.
+struct PrintOrder {
+  std::string orderNo;
+  std::string uuid;
+  std::string path;
+  std::int32_t status = 0;
+  std::string syncTime;
+  std::string updateTime;
+  std::string printerName;
+  std::string failReason;
+  std::string deleteTime;
+  std::string createTime;
+  std::int32_t completedNumber = 0;
+  std::int32_t realNumber = 1;
+  std::string type;
+};
+
+// A final order as picture retention sees it.
+struct FinalOrderPicture {
+  std::int64_t rowid = 0;
+  std::optional<std::string> path;  // none where the row holds NULL
+  std::int32_t status = 0;
+  std::string syncTime;  // empty: never reported
+  std::string updateTime;
+  bool pendingUse = false;  // a pending order names the same file
+};
+
+struct OrderStatusRecord {
+  std::int32_t completedNumber = 0;
+  std::int32_t status = 0;
+  std::string uuid;
+};
+
+class Database {
+ public:
+  // Opens or creates the file (and the folders of its path) in WAL mode and makes sure tables
+  // local and remote exist. Throws std::runtime_error when the store cannot be set up.
+  explicit Database(const std::string& path, int busyTimeoutMs = 5000);
+  virtual ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  bool tableExists(const std::string& name);
+  void createTable(const std::string& name);
+  void executeSQL(const std::string& sql);
+
+  // Order records.
+  bool insertOrder(const std::string& table, const std::string& orderNo, const std::string& uuid,
+                   const std::string& path, std::int32_t status, std::int32_t realNumber,
+                   const std::string& type);
+  bool deleteOrder(const std::string& table, const std::string& orderNo);
+  void getOrdersByOrderNo(const std::string& table, const std::string& orderNo,
+                          std::vector<OrderStatusRecord>& list);
+
+  // Status stamping.
+  void updateFailStatus(const std::string& uuid, std::int32_t status, const std::string& failReason);
+  void updateStatus(const std::string& uuid, std::int32_t status, std::int32_t completedNumber);
+  void updateTime(const std::string& uuid);
+  void updateSyncTime(const std::string& uuid);
+  static std::string currentTimeString();
+
+  // Status sync: reports every changed row to the backend and stamps what was received.
+  void syncStatus(std::string url);
+  void postStatus(const std::string& url, const rapidjson::Document& document);
+  std::int32_t sendRequest(const std::string& url, const std::string& body, const char* method,
+                           std::string& response);
+
+  // The print run: prints every pending order, copy by copy, and records the outcome.
+  void printPendingOrders();
+  static std::int32_t printImage(const std::string& printerName, const std::string& path,
+                                   const std::string& type);
+  static std::string printResultName(std::int32_t code);
+
+  // For picture retention (upkeep/PictureRetention.cpp), with databaseMutex held: up to `batch`
+  // final orders last changed before `cutoff`, after (afterTime, afterRow) in (updateTime, rowid)
+  // order, each with whether a pending order uses the same picture. False, with one line on
+  // standard error, when the query cannot be made.
+  bool finalOrdersChangedBefore(const std::string& cutoff, const std::string& afterTime,
+                                std::int64_t afterRow, int batch, std::vector<FinalOrderPicture>& rows);
+  // The index that query walks: built once, at a retention's first pass.
+  void createRetentionIndex();
+  bool isOpen() const { return db != nullptr; }
+
+  // The poll loop's task fetch: hands both strings to the intake's GetTaskList.
+  void fetchTaskList(std::string screenNumber, std::string url);
+
+ protected:
+  // SQLite's message for this connection, or why there is none.
+  const char* errorMessage() const;
+
+  sqlite3* db = nullptr;  // null once a failed set-up has closed it
+  std::mutex mutex;
+
+ private:
+  void createHistoryIndexes();
+  // One status update under the store's mutex: prepare (a failure reported on standard error
+  // after prepareFailure), bind, then step with the busy retry.
+  void updateRow(const char* sql, const char* prepareFailure,
+                 const std::function<void(SqliteStatement&)>& bind, const char* failureLine,
+                 const char* successLine);
+  // Steps a status update up to five times while the database is busy.
+  void stepWithBusyRetry(SqliteStatement& statement, const char* failureLine,
+                         const char* successLine);
+};
+
+}  // namespace kps

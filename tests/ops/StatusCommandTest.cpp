@@ -1,0 +1,148 @@
+// `--status` of the real binary on seeded stores: what it prints and the exit code a monitoring
+// tool acts on; also beside the running service.
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <filesystem>
+#include <functional>
+
+#include "base/Log.h"
+#include "store/Database.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/SampleConfig.h"
+#include "tests/support/SqliteFile.h"
+#include "upkeep/StatusFile.h"
+
+namespace kps {
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+// A kiosk's working directory with a store of the service's own schema.
+struct Kiosk {
+  Kiosk() {
+    { Database store(dir.file("PrintData.db")); }
+    dir.write("config.ini", sampleConfig({}));
+  }
+  // An order row; times are seconds before now, -1 for NULL.
+  void order(const std::string& uuid, int status, long updatedAgo, long reportedAgo, const char* reason = nullptr) {
+    const auto at = [](long ago) { return ago < 0 ? std::string("NULL") : "'" + localTimeString(std::time(nullptr) - ago) + "'"; };
+    ASSERT_TRUE(SqliteFile(dir.file("PrintData.db"))
+                    .exec("INSERT INTO local (orderNo, uuid, path, status, updateTime, syncTime, failReason, type) VALUES "
+                          "('O', '" + uuid + "', '" + dir.file("p/" + uuid + ".jpg") + "', " + std::to_string(status) + ", " +
+                          at(updatedAgo) + ", " + at(reportedAgo) + ", " + (reason ? "'" + std::string(reason) + "'" : "NULL") +
+                          ", 'postcards')"));
+    dir.write("p/" + uuid + ".jpg", std::string(1 << 20, 'j'));
+  }
+  void age(const std::string& name, std::chrono::seconds ago) {
+    fs::last_write_time(dir.file(name), fs::file_time_type::clock::now() - ago);
+  }
+  int status() { return runToEnd({KPS_BINARY, "--status"}, dir.path(), {}, 20s, out); }
+  TempDir dir;
+  std::string out;
+};
+
+TEST(StatusCommand, CountsAndTheExitCodeAMonitorActsOn) {
+  struct Case {
+    const char* name;
+    std::function<void(Kiosk&)> arrange;
+    int code;
+    std::vector<std::string> lines;
+  };
+  const Case cases[] = {
+      {"reported orders of today and the week",
+       [](Kiosk& t) {
+         t.order("a", 2, 60, 30), t.order("b", 4, 120, 30, "IPP_TIME_OUT"), t.order("c", 4, 3 * 86400, 30, "IPP_TIME_OUT");
+         t.order("d", 4, 4 * 86400, 30, "IPP_JOB_HELD"), t.order("e", 2, 10 * 86400, 9 * 86400);
+       },
+       0,
+       {"orders today (", "): 1 printed, 1 failed\n", "orders the last 7 days (since ", "): 1 printed, 3 failed\n",
+        "pending: 0\n", "final orders not reported yet: 0\n",
+        "failure reasons the last 7 days: IPP_TIME_OUT 2, IPP_JOB_HELD 1\n", "pictures on disk: 5 (5 MiB)\n", "healthy\n"}},
+      {"a pending order of 5 minutes", [](Kiosk& t) { t.order("p", 0, -1, -1), t.age("p/p.jpg", 5min); }, 0,
+       {"pending: 1, the oldest 5 min old\n", "healthy\n"}},
+      {"a pending order of 20 minutes", [](Kiosk& t) { t.order("p", 0, -1, -1), t.age("p/p.jpg", 20min); }, 1,
+       {"attention: an order has been pending for 20 min\n", "needs attention\n"}},
+      {"a final order unreported for 20 minutes", [](Kiosk& t) { t.order("u", 2, 20 * 60, -1); }, 1,
+       {"last report to the backend: never; final orders not reported yet: 1\n", "attention: final orders have waited since "}},
+      {"a final order unreported for a minute", [](Kiosk& t) { t.order("u", 2, 60, 3600); }, 0,
+       {"final orders not reported yet: 1\n", "healthy\n"}},
+      {"a status file configured and missing",
+       [](Kiosk& t) { t.dir.write("config.ini", sampleConfig({}) + "[StatusFile]\npath=status.json\n"); }, 1,
+       {"status file status.json: missing\n", "attention: the status file is missing\n"}},
+      {"a stale status file",
+       [](Kiosk& t) {
+         t.dir.write("config.ini", sampleConfig({}) + "[StatusFile]\npath=status.json\n");
+         t.dir.write("status.json", "{\"time\":\"then\"}\n"), t.age("status.json", 5min);
+       },
+       1, {"status file status.json: written 5 min ago\n{\"time\":\"then\"}\n", "attention: the status file is 5 min old\n"}},
+      {"a fresh status file",
+       [](Kiosk& t) {
+         t.dir.write("config.ini", sampleConfig({}) + "[StatusFile]\npath=status.json\n");
+         t.dir.write("status.json", "{\"time\":\"now\"}\n");
+       },
+       0, {"{\"time\":\"now\"}\n", "healthy\n"}},
+      {"a table of another shape: a NULL and a text status", [](Kiosk& t) {
+         ASSERT_TRUE(SqliteFile(t.dir.file("PrintData.db")).exec(
+             "DROP TABLE local; CREATE TABLE local (uuid, path, status, updateTime, syncTime, failReason);"
+             "INSERT INTO local VALUES ('a', NULL, NULL, datetime('now', 'localtime'), NULL, NULL), "
+             "('b', NULL, 'odd', datetime('now', 'localtime'), NULL, NULL), ('c', NULL, 2, datetime('now', 'localtime'), NULL, NULL)"));
+       }, 0, {"): 1 printed, 1 of status \"odd\"\n"}},
+      {"one query of several failing", [](Kiosk& t) {
+         ASSERT_TRUE(SqliteFile(t.dir.file("PrintData.db")).exec(
+             "DROP TABLE local; CREATE TABLE local (uuid, path, status, updateTime, syncTime)"));
+       }, 2, {"store PrintData.db cannot be read: no such column: failReason\n"}},
+      // Pictures are looked for among the newest orders only: the five oldest here are not.
+      {"more orders than are looked at", [](Kiosk& t) {
+         for (int i = 0; i < 5; ++i) t.order("old-" + std::to_string(i), 2, 60, 30);
+         ASSERT_TRUE(SqliteFile(t.dir.file("PrintData.db")).exec(
+             "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000) "
+             "INSERT INTO local (orderNo, uuid, path, status, updateTime, syncTime, type) SELECT 'O', 'new-' || i, '" +
+             t.dir.file("p/new.jpg") + "', 2, datetime('now', 'localtime', '-1 minute'), datetime('now', 'localtime'), 'postcards' FROM n"));
+         t.dir.write("p/new.jpg", std::string(1 << 20, 'j'));
+       }, 0, {"pictures on disk: 1 (1 MiB), of the newest 10000 orders\n"}},
+      {"no store", [](Kiosk& t) { fs::remove(t.dir.file("PrintData.db")); }, 2, {"store PrintData.db cannot be read: "}},
+      {"a file that is not a store", [](Kiosk& t) { t.dir.write("PrintData.db", std::string(4096, 'x')); }, 2,
+       {"store PrintData.db cannot be read: "}},
+  };
+  for (const auto& c : cases) {
+    Kiosk kiosk;
+    c.arrange(kiosk);
+    EXPECT_EQ(kiosk.status(), c.code) << c.name << "\n" << kiosk.out;
+    for (const auto& line : c.lines)
+      EXPECT_NE(kiosk.out.find(line), std::string::npos) << c.name << ": " << line << "\n" << kiosk.out;
+    EXPECT_FALSE(fs::exists(kiosk.dir.file("PrintData.db-wal"))) << c.name;
+  }
+}
+
+// The status file's minute is counted on the steady clock: a wall clock set back two hours
+// does not stop the heartbeat, and a failure to write is said once an hour of steady time.
+TEST(StatusFileWrites, AMinuteOnTheSteadyClockWhateverTheWallClockDoes) {
+  Kiosk kiosk;
+  StatusFile status(kiosk.dir.file("status.json"), "no such printer", kiosk.dir.file("PrintData.db"));
+  const std::time_t now = std::time(nullptr);
+  const auto start = std::chrono::steady_clock::now();
+  const std::tuple<std::time_t, std::chrono::seconds, bool> writes[] = {
+      {now, 0s, true}, {now + 30, 30s, false}, {now - 7200, 61s, true}, {now - 7190, 90s, false}, {now - 7140, 122s, true}};
+  for (const auto& [wall, steady, written] : writes) {
+    fs::remove(kiosk.dir.file("status.json"));
+    status.writeIfDue(wall, start + steady);
+    EXPECT_EQ(fs::exists(kiosk.dir.file("status.json")), written) << steady.count() << " s";
+  }
+}
+
+// Beside the running service, which holds the store in write-ahead mode: read, never waited on.
+TEST(StatusCommand, ReadsAStoreTheRunningServiceHolds) {
+  Kiosk kiosk;
+  kiosk.order("a", 2, 60, 30);
+  ChildProcess service({KPS_BINARY}, kiosk.dir.path());
+  ASSERT_TRUE(service.waitForOutput("] url : ", 10s)) << service.out();
+  ASSERT_TRUE(fs::exists(kiosk.dir.file("PrintData.db-wal")));
+  EXPECT_EQ(kiosk.status(), 0) << kiosk.out;
+  EXPECT_NE(kiosk.out.find("): 1 printed\n"), std::string::npos) << kiosk.out;
+  EXPECT_EQ(service.waitForExit(0ms), -1);  // still running
+}
+
+}  // namespace
+}  // namespace kps

@@ -1,0 +1,106 @@
+#include "upkeep/StatusFile.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include "base/FilePath.h"
+#include "base/Health.h"
+#include "base/Log.h"
+#include "base/OwnFiles.h"
+#include "Deployment.h"
+#include "printer/PrinterManager.h"
+#include "store/StoreReader.h"
+
+namespace kps {
+
+namespace {
+
+using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+
+void exchange(Writer& json, const char* name, const ExchangeNote& note, bool rows) {
+  json.Key(name);
+  if (note.time.empty()) {
+    json.Null();
+    return;
+  }
+  json.StartObject();
+  json.Key("time"), json.String(note.time.c_str());
+  if (rows) json.Key("rowsSent"), json.Int(note.rows);
+  json.Key("outcome"), json.String(note.outcome.c_str());
+  json.EndObject();
+}
+
+// Orders are taken in in row order and finish soon after, and a copy takes more than a minute:
+// a day's orders lie among the newest 2 000 rows. Looking at those alone keeps a store of a
+// million orders as cheap as a new one.
+const char* const kRecent = "local ORDER BY rowid DESC LIMIT 2000";
+
+}  // namespace
+
+std::string statusFileProblem(const std::string& path, const std::string& logFolder) {
+  const OwnFiles own(workingDirectory(), logFolder);
+  return own.owns(own.absolute(path)) ? path + " is one of the service's own files" : "";
+}
+
+StatusFile::StatusFile(std::string path, std::string printerName, std::string storePath)
+    : path_(std::move(path)), printerName_(std::move(printerName)), storePath_(std::move(storePath)) {}
+
+void StatusFile::writeIfDue(std::time_t now, std::chrono::steady_clock::time_point tick) {
+  using namespace std::chrono_literals;
+  const bool runEnded = Health::instance().runEnded.exchange(false);
+  if (!runEnded && lastWrite_ && tick - *lastWrite_ < 60s) return;
+  lastWrite_ = tick;
+  std::error_code error;
+  if (replaceFile(path_, render(now), error) || (lastFailureLine_ && tick - *lastFailureLine_ < 1h)) return;
+  lastFailureLine_ = tick;
+  logLine(KPS_TAG_TASK, __LINE__, "status file cannot be written: ", path_ + ": " + error.message());
+}
+
+std::string StatusFile::render(std::time_t now) {
+  rapidjson::StringBuffer text;
+  Writer json(text);
+  json.StartObject();
+  json.Key("time"), json.String(localTimeString(now).c_str());
+  json.Key("version"), json.String(deployment::kVersion);
+  exchange(json, "lastPoll", Health::instance().lastPoll(), false);
+  exchange(json, "lastSync", Health::instance().lastSync(), true);
+
+  const std::wstring printer = PrinterManager().FindPrinter(utf8ToWide(printerName_));
+  json.Key("printer"), json.StartObject();
+  json.Key("name"), printer.empty() ? json.Null() : json.String(wideToUtf8(printer).c_str());
+  json.Key("ready"), json.Bool(!printer.empty());
+  json.EndObject();
+
+  if (!store_ || !store_->opened()) store_ = std::make_unique<StoreReader>(storePath_);
+  StoreReader& store = *store_;
+  const auto [pending, oldest] = store.pendingOrders();
+  json.Key("pending"), json.StartObject();
+  json.Key("count"), json.Int64(pending);
+  json.Key("oldestAgeSeconds"), oldest < 0 ? json.Null() : json.Int64(oldest);
+  json.EndObject();
+  const auto today = store.rows(std::string("SELECT ifnull(sum(status = 2 AND updateTime >= ?1), 0), "
+                                            "ifnull(sum(status = 4 AND updateTime >= ?1), 0) FROM (SELECT status, updateTime FROM ") +
+                                    kRecent + ")",
+                                {localTimeString(now).substr(0, 10)});
+  json.Key("today"), json.StartObject();
+  json.Key("printed"), json.Int64(today.empty() ? 0 : std::stoll(today[0][0]));
+  json.Key("failed"), json.Int64(today.empty() ? 0 : std::stoll(today[0][1]));
+  json.EndObject();
+  const auto last = store.rows(std::string("SELECT updateTime, uuid, failReason FROM (SELECT status, updateTime, uuid, "
+                                           "failReason FROM ") + kRecent + ") WHERE status = 4 ORDER BY updateTime DESC LIMIT 1");
+  json.Key("lastFailure");
+  if (last.empty()) {
+    json.Null();
+  } else {
+    json.StartObject();
+    json.Key("time"), json.String(last[0][0].c_str());
+    json.Key("task"), json.String(last[0][1].c_str());
+    json.Key("failReason"), json.String(last[0][2].c_str());
+    json.EndObject();
+  }
+  if (!store.error().empty()) json.Key("storeError"), json.String(store.error().c_str());
+  json.EndObject();
+  return std::string(text.GetString(), text.GetSize()) + "\n";
+}
+
+}  // namespace kps
