@@ -33,6 +33,9 @@ void checkChoice(CheckReport& report, const std::string& what, const std::string
     problem(value + " has no name on this platform (see the README's paper table)");
   else if (!choice.offered)
     problem(value + " is not offered by the driver; it offers " + joined(choice.offers));
+  else if (choice.cutOrComposite)
+    report.warn(what, value + " offered only as the driver's cut or composite " + choice.uses +
+                          ": none of its plain papers holds the size");
   else
     report.ok(what, value + " offered" + (choice.uses.empty() ? "" : " as the driver's " + choice.uses));
 }

@@ -51,6 +51,8 @@ struct DriverChoice {
   bool required = false;   // a copy fails when it is not offered, rather than printing anyway
   std::string configured;  // the number as the platform names it: "256 (na_index-4x6_4x6in)"
   std::string uses;        // the driver's own paper for it, where that has another name
+  bool cutOrComposite = false;  // `uses` is a sheet the driver cuts or a page made of two: no
+                                // plain paper of the driver holds the size
   std::vector<std::string> offers;
 };
 

@@ -1,13 +1,11 @@
-// What a CUPS queue does with the configured numbers: the paper it prints each size on (the
-// copy's own choice), and whether its driver has trays and media types to choose from.
+// What a CUPS queue does with the configured numbers, as --check and --test-page report it:
+// read from the copy's own media choice, so that what they say is what a copy gets.
 #include <cups/cups.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 
 #include "printer/cups/CupsHandles.h"
-#include "printer/cups/CupsTables.h"
 #include "printer/cups/QueueMedia.h"
 #include "printer/PrinterManager.h"
 
@@ -25,18 +23,14 @@ struct QueueInfo {
   explicit operator bool() const { return dest && info; }
 };
 
-// A tray or a media type: sent only where the queue has a choice of them.
-DriverChoice optionChoice(const std::wstring& printer, const char* option, std::int32_t number,
-                          const std::optional<std::string>& name) {
+DriverChoice optionChoice(const MediaOption& option, std::int32_t number) {
   DriverChoice choice;
-  const QueueInfo queue(printer);
-  if (!queue) return choice;
   choice.known = true;
-  choice.offers = queueChoices(queue.dest.get(), queue.info.get(), option);
-  choice.hasChoice = !choice.offers.empty();
-  choice.named = name.has_value();
-  choice.configured = std::to_string(static_cast<std::int16_t>(number)) + (name ? " (" + *name + ")" : "");
-  choice.offered = name && std::count(choice.offers.begin(), choice.offers.end(), *name) > 0;
+  choice.offers = option.offers;
+  choice.hasChoice = option.sent();
+  choice.named = option.name.has_value();
+  choice.configured = std::to_string(static_cast<std::int16_t>(number)) + (option.name ? " (" + *option.name + ")" : "");
+  choice.offered = option.name && std::count(option.offers.begin(), option.offers.end(), *option.name) > 0;
   return choice;
 }
 
@@ -54,18 +48,25 @@ DriverChoice PrinterManager::PaperChoice(const std::wstring& printerName, std::i
   if (!found) return choice;
   if (found->found == QueuePaper::Found::Unknown) choice.known = false;
   choice.offered = found->found == QueuePaper::Found::Exact || found->found == QueuePaper::Found::Driver;
-  if (found->found == QueuePaper::Found::Driver) choice.uses = found->paper.label();
+  if (found->found == QueuePaper::Found::Driver) {
+    choice.uses = found->paper.label();
+    choice.cutOrComposite = found->paper.cutOrComposite();
+  }
   for (const QueueSize& size : found->offers) choice.offers.push_back(size.label());
   if (found->offers.empty()) choice.offers = queueChoices(queue.dest.get(), queue.info.get(), CUPS_MEDIA);
   return choice;
 }
 
 DriverChoice PrinterManager::SourceChoice(const std::wstring& printerName, std::int32_t bin) {
-  return optionChoice(printerName, CUPS_MEDIA_SOURCE, bin, pwgSourceForBin(static_cast<std::int16_t>(bin)));
+  const QueueInfo queue(printerName);
+  if (!queue) return DriverChoice{};
+  return optionChoice(mediaSourceFor(queue.dest.get(), queue.info.get(), bin), bin);
 }
 
 DriverChoice PrinterManager::MediaTypeChoice(const std::wstring& printerName, std::int32_t mediaType) {
-  return optionChoice(printerName, CUPS_MEDIA_TYPE, mediaType, pwgTypeForMedia(mediaType));
+  const QueueInfo queue(printerName);
+  if (!queue) return DriverChoice{};
+  return optionChoice(mediaTypeFor(queue.dest.get(), queue.info.get(), mediaType), mediaType);
 }
 
 }  // namespace kps

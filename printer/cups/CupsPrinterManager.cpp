@@ -104,33 +104,55 @@ std::vector<Queue> schedulerQueues(bool& failed) {
 // wrong, when the queue lacks the paper (or a number has no CUPS name): then nothing is printed
 // rather than something on other paper.
 std::optional<CopyMedia> mediaForCopy(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t paper) {
-  auto media = copyMediaFor(dest, info, paper, PrinterSettings.rearfeeder, 326);
-  if (media && media->paper.found == QueuePaper::Found::None) {
+  const std::int32_t bin = PrinterSettings.rearfeeder;
+  CopyMedia media = copyMediaFor(dest, info, paper, bin, 326);
+  const auto complain = [](const char* what, std::int32_t number) {
+    std::cerr << "No CUPS name for " << what << static_cast<std::int16_t>(number)
+              << " of config.ini (see the README's paper table)" << std::endl;
+  };
+  if (!media.paper) {
+    complain("paper size ", paper);
+    return std::nullopt;
+  }
+  // Where the driver has trays, the configured one must have a CUPS name.
+  if (media.source.sent() && !media.source.name) {
+    complain("paper source ", bin);
+    return std::nullopt;
+  }
+  if (media.paper->found == QueuePaper::Found::None) {
     std::string offers;
-    for (const QueueSize& size : media->paper.offers) offers += (offers.empty() ? "" : ", ") + size.label();
+    for (const QueueSize& size : media.paper->offers) offers += (offers.empty() ? "" : ", ") + size.label();
     logLine(KPS_TAG_PRINTER, __LINE__,
-            ("paper size " + std::to_string(static_cast<std::int16_t>(paper)) + " (" + media->paper.wanted + ", " +
-             media->paper.wantedSize + ") is not offered by " + dest->name + "; it offers: ").c_str(),
+            ("paper size " + std::to_string(static_cast<std::int16_t>(paper)) + " (" + media.paper->wanted + ", " +
+             media.paper->wantedSize + ") is not offered by " + dest->name + "; it offers: ").c_str(),
             offers);
     return std::nullopt;
   }
   return media;
 }
 
+// The tray and the media type a job names: only where the driver has such a choice.
+const std::string* sentOption(const MediaOption& option) {
+  return option.sent() && option.name ? &*option.name : nullptr;
+}
+
 // The job's own media: printers take it from the job, not from the queue's defaults. A size
 // of the queue's standard names goes by its size, with the tray and type (an IPP printer reads
 // them there); a driver's own size by its name, which alone tells it from others as large.
 int addJobMedia(const CopyMedia& media, int count, cups_option_t** options) {
-  if (media.paper.found != QueuePaper::Found::Exact) {
-    count = cupsAddOption("media", media.paper.paper.name.c_str(), count, options);
-    if (media.source) count = cupsAddOption("media-source", media.source->c_str(), count, options);
-    if (media.type) count = cupsAddOption("media-type", media.type->c_str(), count, options);
+  const QueuePaper& paper = *media.paper;
+  const std::string* source = sentOption(media.source);
+  const std::string* type = sentOption(media.type);
+  if (paper.found != QueuePaper::Found::Exact) {
+    count = cupsAddOption("media", paper.paper.name.c_str(), count, options);
+    if (source) count = cupsAddOption("media-source", source->c_str(), count, options);
+    if (type) count = cupsAddOption("media-type", type->c_str(), count, options);
     return count;
   }
-  std::string col = "{media-size={x-dimension=" + std::to_string(media.paper.paper.size.width) +
-                    " y-dimension=" + std::to_string(media.paper.paper.size.length) + "}";
-  if (media.source) col += " media-source=" + *media.source;
-  if (media.type) col += " media-type=" + *media.type;
+  std::string col = "{media-size={x-dimension=" + std::to_string(paper.paper.size.width) +
+                    " y-dimension=" + std::to_string(paper.paper.size.length) + "}";
+  if (source) col += " media-source=" + *source;
+  if (type) col += " media-type=" + *type;
   return cupsAddOption("media-col", (col + "}").c_str(), count, options);
 }
 
@@ -221,15 +243,13 @@ std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
                printerUri(name).c_str());
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr, cupsUser());
   // A queue that lists no sizes is given the standard name, as it always was.
-  const QueuePaper& chosen = media->paper;
+  const QueuePaper& chosen = *media->paper;
   const std::string& paperName = chosen.found == QueuePaper::Found::Unknown ? chosen.wanted : chosen.paper.name;
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-default", nullptr, paperName.c_str());
-  if (media->source)
-    ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-source-default", nullptr,
-                 media->source->c_str());
-  if (media->type)
-    ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-type-default", nullptr,
-                 media->type->c_str());
+  if (const std::string* source = sentOption(media->source))
+    ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-source-default", nullptr, source->c_str());
+  if (const std::string* type = sentOption(media->type))
+    ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "media-type-default", nullptr, type->c_str());
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "sides-default", nullptr, "one-sided");
   ippAddString(request, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "print-color-mode-default", nullptr,
                "color");
@@ -259,12 +279,12 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   const DestInfo info(cupsCopyDestInfo(CUPS_HTTP_DEFAULT, dest.get()));
   const auto media = info ? mediaForCopy(dest.get(), info.get(), *paperSizeFor(type, PrinterSettings))
                           : std::nullopt;
-  if (!media || media->paper.found == QueuePaper::Found::Unknown) {
+  if (!media || media->paper->found == QueuePaper::Found::Unknown) {
     // Where Windows could not make the printer's device context: the same -8.
     std::cerr << "Unable to read the printer's media" << std::endl;
     return kPrintDeviceContext;
   }
-  const cups_size_t& page = media->paper.paper.size;
+  const cups_size_t& page = media->paper->paper.size;
   // Only the pixels the printer can put on the drawn rectangle are decoded.
   const Resolution dpi = queueResolution(dest.get(), info.get());
   const auto picture = decodePicture(file.get(), header, pixelsToDecode(header, *size, dpi.x, dpi.y));

@@ -1,8 +1,8 @@
 #include "printer/cups/QueueMedia.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
-#include <iostream>
 
 #include "printer/cups/CupsTables.h"
 #include "printer/cups/QueuePpd.h"
@@ -39,6 +39,16 @@ std::string QueueSize::label() const {
   return name + " (" + (text.empty() || text == name ? "" : text + ", ") + sizeText(size.width, size.length) + ")";
 }
 
+bool QueueSize::cutOrComposite() const {
+  // Gutenprint's dye-sublimation drivers name a cut sheet "-divN" ("2x6*2") and a composite page
+  // by its parts joined with "_" ("4x4+4x2"); other drivers mark a borderless twin in its name.
+  std::string lower = name;
+  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (const char* mark : {"-div", "_", "borderless", "fullbleed", "nomargin", ".fb"})
+    if (lower.find(mark) != std::string::npos) return true;
+  return text.find('*') != std::string::npos || text.find('+') != std::string::npos;
+}
+
 std::vector<QueueSize> queueSizes(cups_dest_t* dest, cups_dinfo_t* info) {
   if (auto own = driverSizes(dest->name)) return *own;
   std::vector<QueueSize> sizes;
@@ -56,6 +66,8 @@ const QueueSize* sizeFor(const std::vector<QueueSize>& sizes, int width, int len
   const QueueSize* best = nullptr;
   long long bestArea = 0;
   for (const QueueSize& size : sizes) {
+    // Drivers list a cut or composite twin at the plain page's size, sometimes before it.
+    if (best && size.cutOrComposite() && !best->cutOrComposite()) continue;
     const int printableWidth = size.size.width - size.size.left - size.size.right;
     const int printableLength = size.size.length - size.size.top - size.size.bottom;
     // The sizes are rounded to hundredths of a millimetre from points: a hundredth either way
@@ -63,7 +75,8 @@ const QueueSize* sizeFor(const std::vector<QueueSize>& sizes, int width, int len
     if (printableWidth < width - 1 || printableLength < length - 1) continue;
     if (printableWidth > width + 2 * kMostOverscan || printableLength > length + 2 * kMostOverscan) continue;
     const long long area = static_cast<long long>(printableWidth) * printableLength;
-    if (!best || area < bestArea) best = &size, bestArea = area;
+    const bool plainOverTwin = best && best->cutOrComposite() && !size.cutOrComposite();
+    if (!best || plainOverTwin || area < bestArea) best = &size, bestArea = area;
   }
   return best;
 }
@@ -100,30 +113,17 @@ std::optional<QueuePaper> queuePaperFor(cups_dest_t* dest, cups_dinfo_t* info, s
   return found;
 }
 
-std::optional<CopyMedia> copyMediaFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t paper,
-                                      std::int32_t bin, std::int32_t mediaType) {
-  const auto complain = [](const char* what, std::int32_t number) {
-    std::cerr << "No CUPS name for " << what << static_cast<std::int16_t>(number)
-              << " of config.ini (see the README's paper table)" << std::endl;
-  };
-  CopyMedia media;
-  if (auto found = queuePaperFor(dest, info, paper)) {
-    media.paper = std::move(*found);
-  } else {
-    complain("paper size ", paper);
-    return std::nullopt;
-  }
-  // The tray and the media type are sent only where the driver has such a choice; where it
-  // has, the configured number must have a CUPS name.
-  if (!queueChoices(dest, info, CUPS_MEDIA_SOURCE).empty()) {
-    media.source = pwgSourceForBin(static_cast<std::int16_t>(bin));
-    if (!media.source) {
-      complain("paper source ", bin);
-      return std::nullopt;
-    }
-  }
-  if (!queueChoices(dest, info, CUPS_MEDIA_TYPE).empty()) media.type = pwgTypeForMedia(mediaType);
-  return media;
+MediaOption mediaSourceFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t bin) {
+  return {queueChoices(dest, info, CUPS_MEDIA_SOURCE), pwgSourceForBin(static_cast<std::int16_t>(bin))};
+}
+
+MediaOption mediaTypeFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t mediaType) {
+  return {queueChoices(dest, info, CUPS_MEDIA_TYPE), pwgTypeForMedia(mediaType)};
+}
+
+CopyMedia copyMediaFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t paper, std::int32_t bin,
+                       std::int32_t mediaType) {
+  return {queuePaperFor(dest, info, paper), mediaSourceFor(dest, info, bin), mediaTypeFor(dest, info, mediaType)};
 }
 
 }  // namespace kps

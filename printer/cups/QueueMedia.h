@@ -26,6 +26,9 @@ struct QueueSize {
   std::string text;  // the PPD's words for it ("4x6"), or ""
   cups_size_t size{};
   std::string label() const;  // "w288h432 (4x6, 104.99 x 162.56 mm)"
+  // A sheet the driver cuts ("w288h432-div2", "2x6*2"), a page made of two ("w288h288_w288h144",
+  // "4x4+4x2") or a borderless twin: not the plain paper a size is ordered on.
+  bool cutOrComposite() const;
 };
 
 // The queue's sizes: its driver's own (its PPD's PageSize names, which alone reach the driver
@@ -38,8 +41,9 @@ std::vector<QueueSize> queueSizes(cups_dest_t* dest, cups_dinfo_t* info);
 inline constexpr int kMostOverscan = 400;  // hundredths of a millimetre
 
 // The size to print `width` x `length` (hundredths of a millimetre) on: the smallest whose
-// printable area holds it with at most kMostOverscan more on each edge; the first of equals.
-// Null when none does: the copy is not printed on other paper.
+// printable area holds it with at most kMostOverscan more on each edge, the first of equals; a
+// plain one always before a cut or composite one of any size, which is taken only when no plain
+// one holds the size. Null when none does: the copy is not printed on other paper.
 const QueueSize* sizeFor(const std::vector<QueueSize>& sizes, int width, int length);
 
 // A queue's choices for a job option ("media-source", "media-type"): empty when its driver
@@ -61,15 +65,23 @@ struct QueuePaper {
 // Empty when the number has no CUPS name (the README's paper table).
 std::optional<QueuePaper> queuePaperFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t paper);
 
-// The paper, tray and media type a copy asks a queue for.
+// A tray or a media type: sent only where the driver has such a choice.
+struct MediaOption {
+  std::vector<std::string> offers;  // the driver's choices; empty: none, and nothing is sent
+  std::optional<std::string> name;  // the configured number's CUPS name
+  bool sent() const { return !offers.empty(); }
+};
+MediaOption mediaSourceFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t bin);
+MediaOption mediaTypeFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t mediaType);
+
+// The paper, tray and media type a copy of the configured numbers asks a queue for: the one
+// choice that the copy makes and that --check and --test-page report.
 struct CopyMedia {
-  QueuePaper paper;
-  std::optional<std::string> source, type;  // nothing where the driver has no such choice
+  std::optional<QueuePaper> paper;  // empty: the paper number has no CUPS name
+  MediaOption source, type;
 };
 
-// The media of a copy of the configured paper number, tray and media type. Empty, with one line
-// on standard error, when a configured number the queue needs has no CUPS name.
-std::optional<CopyMedia> copyMediaFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t paper,
-                                      std::int32_t bin, std::int32_t mediaType);
+CopyMedia copyMediaFor(cups_dest_t* dest, cups_dinfo_t* info, std::int32_t paper, std::int32_t bin,
+                       std::int32_t mediaType);
 
 }  // namespace kps

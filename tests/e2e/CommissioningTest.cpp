@@ -121,32 +121,41 @@ TEST_F(Commissioning, EachCheckNamesItsFault) {
 }
 
 // Photo printers' own drivers (Gutenprint's dye-sub drivers in the sandbox): each product
-// type's paper as the driver names it, a size it lacks a FAIL with what it offers, and no tray
-// or media type where the driver has none; the test page on the driver's paper.
+// type's paper as the driver names it, a size it lacks a FAIL with what it offers, one that only
+// a cut or composite sheet holds a WARN naming it, and no tray or media type where the driver
+// has none; the driver's PPD fetched once for the whole check; the test page on the driver's paper.
 TEST_F(Commissioning, CheckAndTestPageOnDyeSubDrivers) {
   const std::string noTray = "OK   paper source: the driver has no paper source to choose; Rearfeeder 7 (auto) is not sent\n";
   const std::string noType =
       "OK   media type: the driver has no media type to choose; media type 326 (photographic-glossy) is not sent\n";
-  const std::tuple<const char*, int, std::vector<std::string>> cases[] = {
-      {"kps-ds620", 0,
+  const std::tuple<const char*, const char*, int, std::vector<std::string>> cases[] = {
+      {"kps-ds620", "256", 0,
        {"OK   paper for postcards: paper size 256 (na_index-4x6_4x6in) offered as the driver's w288h432 (4x6, 104.99 x 162.56 mm)\n",
         "OK   paper for frames: paper size 256 (na_index-4x6_4x6in) offered as the driver's w288h432 (4x6, 104.99 x 162.56 mm)\n",
         "OK   paper for cardsets: paper size 258 (oe_photo-l_3.5x5in) offered as the driver's B7 (3.5x5, 92.12 x 162.56 mm)\n",
         "OK   paper for fridgemagnets: paper size 258 (oe_photo-l_3.5x5in) offered as the driver's B7 (3.5x5, 92.12 x 162.56 mm)\n",
         noTray, noType}},
-      {"kps-cp1300", 1,
+      {"kps-cp1300", "256", 1,
        {"OK   paper for postcards: paper size 256 (na_index-4x6_4x6in) offered as the driver's Postcard (Postcard 100x148mm, 105.66 x 158.5 mm)\n",
         "FAIL paper for cardsets: paper size 258 (oe_photo-l_3.5x5in) is not offered by the driver; it offers Postcard (Postcard "
         "100x148mm, 105.66 x 158.5 mm), w253h337 (CP_L 89x119mm, 97.54 x 124.63 mm), w155h244 (Card 54x86mm, 56.56 x 92.12 mm)\n",
         noTray, noType}},
-      {"kps-virtual", 0,
+      {"kps-dnp-qw410", "256", 1,  // a 4 in roll: no 3.5 x 5 in
+       {"OK   paper for postcards: paper size 256 (na_index-4x6_4x6in) offered as the driver's w288h432 (4x6, 119.21 x 155.45 mm)\n"}},
+      {"kps-hiti-p510k", "70", 0,
+       {"WARN paper for postcards: paper size 70 (iso_a6_105x148mm) offered only as the driver's cut or composite w288h432-div2 "
+        "(2x6*2, 105.31 x 155.61 mm): none of its plain papers holds the size\n"}},
+      {"kps-virtual", "256", 0,
        {"OK   paper for postcards: paper size 256 (na_index-4x6_4x6in) offered\n",
         "OK   paper for cardsets: paper size 258 (oe_photo-l_3.5x5in) offered\n", "OK   paper source: Rearfeeder 7 (auto) offered\n",
         "OK   media type: media type 326 (photographic-glossy) offered\n"}},
   };
-  for (const auto& [queue, code, lines] : cases) {
-    writeConfig(queue, "256", "258");
+  for (const auto& [queue, fourSize, code, lines] : cases) {
+    writeConfig(queue, fourSize, "258");
+    const std::string ppd = std::string("\"GET /printers/") + queue + ".ppd HTTP/1.1\" 200 ";
+    const std::size_t fetched = count(root.read("sandbox/cups/log/access_log"), ppd);
     EXPECT_EQ(runCommand({"--check"}), code) << queue << "\n" << commandOut;
+    EXPECT_LE(count(root.read("sandbox/cups/log/access_log"), ppd), fetched + 1) << queue;
     for (const std::string& line : lines) EXPECT_NE(commandOut.find(line), std::string::npos) << line << "\n" << commandOut;
   }
   writeConfig("kps-ds620", "256", "258");

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/OutputWatcher.h"
 #include "tests/support/SampleConfig.h"
 #include "tests/support/Shell.h"
 #include "tests/support/SqliteFile.h"

@@ -65,12 +65,17 @@ class CupsPrinterTest : public ::testing::Test {
 };
 
 TEST_F(CupsPrinterTest, QueuesInTheSchedulersOrderAndTheMatchMadeTheDefault) {
-  EXPECT_EQ(manager.EnumeratePrinters(),
-            (std::vector<std::wstring>{L"kps-cp1300", L"kps-ds620", L"kps-file", L"kps-script", L"kps-virtual"}));
+  // In the scheduler's (alphabetical) order.
+  const auto queues = [](bool withFile) {
+    std::vector<std::wstring> names = {L"kps-cp1300", L"kps-dnp-qw410", L"kps-ds620", L"kps-file", L"kps-fujifilm-ask-300",
+                                       L"kps-hiti-p510k", L"kps-script", L"kps-sony-upcr20l", L"kps-virtual"};
+    if (!withFile) names.erase(names.begin() + 3);
+    return names;
+  };
+  EXPECT_EQ(manager.EnumeratePrinters(), queues(true));
   for (const char* offline : {"cupsdisable kps-file", "cupsreject kps-file"}) {
     ASSERT_EQ(sh(offline), 0);
-    EXPECT_EQ(manager.EnumeratePrinters(), (std::vector<std::wstring>{L"kps-cp1300", L"kps-ds620", L"kps-script", L"kps-virtual"}))
-        << offline;
+    EXPECT_EQ(manager.EnumeratePrinters(), queues(false)) << offline;
     EXPECT_EQ(manager.FindPrinter(L"file"), L"") << offline;
     sh("cupsenable kps-file; cupsaccept kps-file");
   }
@@ -246,8 +251,10 @@ TEST_F(CupsPrinterTest, PrintedPageHasThePictureAtItsSizeTopLeft) {
 
 // Photo printers' own drivers (Gutenprint's dye-sublimation drivers, each behind a file device
 // that runs its whole filter chain): every product type's page reaches the driver on the paper
-// the driver calls by that size, with its overscan, written as the queue's default too; a size
-// the driver lacks fails the copy with one line, and nothing is printed on other paper.
+// the driver calls by that size, with its overscan, written as the queue's default too, never on
+// a cut or composite twin listed at the same size (before it, on some drivers) while a plain page
+// holds the size; a size the driver lacks fails the copy with one line, and nothing is printed on
+// other paper. The queue's PPD is fetched at most once a copy.
 TEST_F(CupsPrinterTest, DyeSubDriversPrintEachProductOnTheirOwnPaperOrNotAtAll) {
   const std::string picture = dir.file("photo.jpg");
   ASSERT_TRUE(writeTestJpeg(picture, 400, 600));
@@ -272,13 +279,21 @@ TEST_F(CupsPrinterTest, DyeSubDriversPrintEachProductOnTheirOwnPaperOrNotAtAll) 
       // Its L paper is 89 x 119 mm: shorter than 3.5 x 5 in.
       {"kps-cp1300", "cardsets", 256, -1, std::string("] paper size 258 (oe_photo-l_3.5x5in, 88.9 x 127 mm) is not offered by kps-cp1300") + kCp1300Offers},
       {"kps-cp1300", "fridgemagnets", 256, -1, "] paper size 258 (oe_photo-l_3.5x5in, 88.9 x 127 mm) is not offered by kps-cp1300"},
+      // 4x6 after its 4x4+4x2 composite, and after its two 2x6 strips.
+      {"kps-dnp-qw410", "postcards", 256, 0, "w288h432"},
+      {"kps-fujifilm-ask-300", "postcards", 256, 0, "w288h432"},
+      // A6 (105 mm wide) fits only the cut 2x6*2 sheet: its plain 4x6 is 104.64 mm.
+      {"kps-hiti-p510k", "postcards", 70, 0, "w288h432-div2"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(std::string(row.queue) + " " + row.type + " " + std::to_string(row.fourSize));
     PrinterSettings.fourSize = row.fourSize;
     const int before = lastJob();
+    const std::string ppd = std::string("\"GET /printers/") + row.queue + ".ppd HTTP/1.1\" 200 ";
+    const std::size_t fetched = count(cups->accessLog(), ppd);
     OutputWatcher out;
     EXPECT_EQ(manager.PrintImage(utf8ToWide(row.queue), utf8ToWide(picture), row.type), row.code);
+    EXPECT_LE(count(cups->accessLog(), ppd), fetched + 1) << "the PPD fetched more than once";
     if (row.code != 0) {
       EXPECT_EQ(lastJob(), before) << "a job was made";
       EXPECT_NE(out.text().find(row.driverPaper), std::string::npos) << out.text();
@@ -303,11 +318,13 @@ TEST_F(CupsPrinterTest, DyeSubDriversPrintEachProductOnTheirOwnPaperOrNotAtAll) 
 
 // The driver's paper for a size, at the edges of the rule: a printable area at least the size
 // (a hundredth of a millimetre short is rounding), at most 4 mm more on each edge, the smallest
-// of those, the first of equals.
+// of those, the first of equals; a plain page before any cut or composite one.
 TEST(QueueSizes, TheDriversPaperForASize) {
-  const auto size = [](const char* name, int width, int length, int left = 0, int bottom = 0, int right = 0, int top = 0) {
+  const auto size = [](const char* name, int width, int length, int left = 0, int bottom = 0, int right = 0, int top = 0,
+                       const char* text = "") {
     QueueSize out;
     out.name = name;
+    out.text = text;
     out.size.width = width, out.size.length = length;
     out.size.left = left, out.size.bottom = bottom, out.size.right = right, out.size.top = top;
     return out;
@@ -327,6 +344,14 @@ TEST(QueueSizes, TheDriversPaperForASize) {
       {{size("big", 10900, 16000), size("small", 10500, 15500)}, 10160, 15240, "small"},
       {{size("bordered", 10160, 15240, 300, 300, 300, 300)}, 10160, 15240, nullptr},  // margins eat the size
       {{}, 10160, 15240, nullptr},
+      // Cut and composite twins: a plain page first, whatever the order and the sizes.
+      {{size("w288h432-div2", 10499, 16256, 0, 322, 0, 322), size("w288h432", 10499, 16256, 0, 322, 0, 322)}, 10160, 15240,
+       "w288h432"},
+      {{size("w288h288_w288h144", 10160, 15240), size("w288h432", 10500, 15600)}, 10160, 15240, "w288h432"},
+      {{size("4x6.Borderless", 10160, 15240), size("4x6", 10300, 15400)}, 10160, 15240, "4x6"},
+      {{size("strips", 10160, 15240, 0, 0, 0, 0, "2x6*2"), size("w288h432", 10160, 15240)}, 10160, 15240, "w288h432"},
+      {{size("w288h432", 10464, 15560), size("w288h432-div2", 10531, 15560)}, 10500, 14800, "w288h432-div2"},  // A6
+      {{size("w288h432-div2", 10531, 15560), size("w288h432-div3", 10520, 15560)}, 10500, 14800, "w288h432-div3"},
   };
   for (const auto& [sizes, width, length, name] : rows) {
     const QueueSize* chosen = sizeFor(sizes, width, length);

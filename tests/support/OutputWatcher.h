@@ -11,6 +11,13 @@
 
 namespace kps {
 
+// How often `needle` stands in a captured output or a log.
+inline std::size_t count(const std::string& text, const std::string& needle) {
+  std::size_t n = 0;
+  for (auto at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) ++n;
+  return n;
+}
+
 class OutputWatcher {
  public:
   OutputWatcher() : old_(std::cout.rdbuf(&buffer_)) {}

@@ -34,6 +34,8 @@ class PrivateCups {
   // The scheduler's log (debug level: what each job's filters said), and a PPD whose paper is
   // the virtual printer's, for queues a test adds.
   std::string log() const { return state_.read("log/error_log"); }
+  // Every request the scheduler answered, with its status ("GET /printers/Q.ppd HTTP/1.1" 200).
+  std::string accessLog() const { return state_.read("log/access_log"); }
   std::string photoPpd() const { return state_.file("photo.ppd"); }
 
  private:

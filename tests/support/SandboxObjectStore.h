@@ -10,6 +10,7 @@
 #include "remote/ObjectStore.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/HttpsServer.h"
+#include "tests/support/OutputWatcher.h"
 #include "tests/support/TaskBodies.h"
 
 namespace kps {

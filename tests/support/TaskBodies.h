@@ -1,4 +1,4 @@
-// Task lists as the backend sends them, and counting what a captured output holds.
+// Task lists as the backend sends them.
 #pragma once
 
 #include <string>
@@ -22,12 +22,6 @@ inline std::string taskList(const std::vector<std::string>& tasks) {
   std::string data;
   for (const auto& t : tasks) data += (data.empty() ? "" : ",") + t;
   return "{\"code\":\"100\",\"msg\":\"success\",\"data\":[" + data + "]}";
-}
-
-inline std::size_t count(const std::string& text, const std::string& needle) {
-  std::size_t n = 0;
-  for (auto at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) ++n;
-  return n;
 }
 
 }  // namespace kps
