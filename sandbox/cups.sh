@@ -14,9 +14,10 @@
 # kept as DIR/photo.ppd);
 # "kps-ds620" and "kps-cp1300": Gutenprint's drivers for the DNP DS620 and the Canon SELPHY
 # CP1300 (dye-sublimation photo printers), each running its whole filter chain into a file,
-# DIR/out/QUEUE.prn; likewise "kps-dnp-qw410", "kps-fujifilm-ask-300", "kps-hiti-p510k" and
-# "kps-sony-upcr20l", whose drivers list cut and composite twins of their plain pages. The scheduler logs at debug level: a driver's "Using page size NAME" lines
-# are in DIR/log/error_log.
+# DIR/out/QUEUE.prn; likewise "kps-dnp-qw410", "kps-fujifilm-ask-300" and "kps-hiti-p510k",
+# whose drivers list cut and composite twins of their plain pages. The scheduler logs at debug
+# level (a driver's "Using page size NAME" lines are in DIR/log/error_log) and every request it
+# answers in DIR/log/access_log.
 # Clients use CUPS_SERVER=localhost:CUPS_PORT.
 set -euo pipefail
 
@@ -180,7 +181,7 @@ lpadmin -p kps-script -E -v kps-script:/test -P "$dir/photo.ppd" -o printer-erro
 lpadmin -p kps-ds620 -E -v "file://$dir/out/kps-ds620.prn" -m gutenprint.5.3://dnp-ds620/expert 2>/dev/null
 lpadmin -p kps-cp1300 -E -v "file://$dir/out/kps-cp1300.prn" -m gutenprint.5.3://canon-cp1300/expert 2>/dev/null
 # Drivers that list cut and composite twins at a plain page's size, some before it.
-for model in dnp-qw410 fujifilm-ask-300 hiti-p510k sony-upcr20l; do
+for model in dnp-qw410 fujifilm-ask-300 hiti-p510k; do
   lpadmin -p "kps-$model" -E -v "file://$dir/out/kps-$model.prn" -m "gutenprint.5.3://$model/expert" 2>/dev/null
 done
 trap - ERR

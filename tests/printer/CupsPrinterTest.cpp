@@ -68,7 +68,7 @@ TEST_F(CupsPrinterTest, QueuesInTheSchedulersOrderAndTheMatchMadeTheDefault) {
   // In the scheduler's (alphabetical) order.
   const auto queues = [](bool withFile) {
     std::vector<std::wstring> names = {L"kps-cp1300", L"kps-dnp-qw410", L"kps-ds620", L"kps-file", L"kps-fujifilm-ask-300",
-                                       L"kps-hiti-p510k", L"kps-script", L"kps-sony-upcr20l", L"kps-virtual"};
+                                       L"kps-hiti-p510k", L"kps-script", L"kps-virtual"};
     if (!withFile) names.erase(names.begin() + 3);
     return names;
   };
