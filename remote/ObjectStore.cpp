@@ -134,6 +134,16 @@ struct Transfer {
     return bytes;
   }
 
+  // Past the time any picture may take, a transfer slower than the least rate its size allows
+  // is cut: a body trickled a byte every few seconds would hold the intake for ever.
+  static int onProgress(void* self, curl_off_t total, curl_off_t now, curl_off_t, curl_off_t) {
+    auto& t = *static_cast<Transfer*>(self);
+    const double taken = std::chrono::duration<double>(std::chrono::steady_clock::now() - t.started).count();
+    const double size = static_cast<double>(std::max(total, now));
+    t.tooSlow = taken > std::max(static_cast<double>(t.mostSeconds), size / static_cast<double>(t.leastRate));
+    return t.tooSlow ? 1 : 0;
+  }
+
   static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* self) {
     auto& t = *static_cast<Transfer*>(self);
     const std::string line(data, size * count);
@@ -177,6 +187,9 @@ struct Transfer {
   std::uint64_t mostBytes;
   std::uint64_t received = 0;
   bool tooLarge = false;
+  std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
+  long mostSeconds = 0, leastRate = 1;
+  bool tooSlow = false;
   FilePtr file;
   bool created = false;
   bool kept = false;
@@ -209,7 +222,11 @@ std::pair<CURLcode, long> perform(const OssSettings& settings, const std::string
   curl_easy_setopt(curl.get(), CURLOPT_CONNECTTIMEOUT_MS, settings.connectTimeoutMs);
   curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_LIMIT, 1L);
   curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_TIME, settings.stallSeconds);
-  curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, settings.mostTransferSeconds);
+  transfer.mostSeconds = settings.mostTransferSeconds;
+  transfer.leastRate = std::max(1L, settings.leastBytesPerSecond);
+  curl_easy_setopt(curl.get(), CURLOPT_NOPROGRESS, 0L);
+  curl_easy_setopt(curl.get(), CURLOPT_XFERINFOFUNCTION, Transfer::onProgress);
+  curl_easy_setopt(curl.get(), CURLOPT_XFERINFODATA, &transfer);
   curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, Transfer::onBody);
   curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &transfer);
   curl_easy_setopt(curl.get(), CURLOPT_HEADERFUNCTION, Transfer::onHeader);
@@ -249,21 +266,16 @@ bool fetchObjectToFile(const OssSettings& settings, const std::string& key,
   bool clockCorrected = false;
   for (std::size_t retries = 0;;) {
     Transfer transfer(downloadTemporaryPath(filePath), settings.mostObjectBytes);
-    const auto started = std::chrono::steady_clock::now();
     auto [result, status] = perform(settings, url, key, transfer);
-    // libcurl's own timer may fire a hair before this one reads the limit: half a second is
-    // no stall's (those come after seconds without a byte, far from the limit).
-    const bool tooSlow = result == CURLE_OPERATION_TIMEDOUT &&
-                         std::chrono::steady_clock::now() - started >=
-                             std::chrono::seconds(settings.mostTransferSeconds) - std::chrono::milliseconds(500);
-    if (transfer.tooLarge || tooSlow) {
-      error = clientError(result, transfer.tooLarge ? "the object is larger than any picture" : "the transfer took too long",
+    if (transfer.tooLarge || transfer.tooSlow) {
+      error = clientError(result, transfer.tooLarge ? "the object is larger than any picture" : "the transfer was too slow",
                           transfer.requestId);
       const std::uint64_t most = settings.mostObjectBytes;
       error.refused = transfer.tooLarge ? "larger than " + (most >= (1u << 20) ? std::to_string(most >> 20) + " MiB"
                                                                                : std::to_string(most) + " bytes") +
                                               ", more than any picture"
-                                        : "its download took more than " + std::to_string(settings.mostTransferSeconds) + " s";
+                                        : "its download ran past " + std::to_string(settings.mostTransferSeconds) +
+                                              " s at under " + std::to_string(settings.leastBytesPerSecond) + " bytes a second";
       return false;
     }
     if (result == CURLE_OK && status >= 200 && status < 300) {

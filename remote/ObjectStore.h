@@ -29,10 +29,12 @@ struct OssSettings {
   std::vector<long> retryDelaysMs = {300, 600, 1200};
   bool correctClock = true;  // sign with the store's clock after a RequestTimeTooSkewed answer
   // Bounds no real picture reaches (a 48 MP phone photo is about 20 MB): an object larger, or a
-  // transfer longer, fails its task at once, never retried, instead of filling the disk or
-  // holding the intake on every poll.
+  // transfer slower, fails its task at once, never retried, instead of filling the disk or
+  // holding the intake on every poll. A transfer may take mostTransferSeconds, or longer as long
+  // as its size at leastBytesPerSecond needs: 18 MB on a 200 kbit/s line takes 12 minutes.
   std::uint64_t mostObjectBytes = 256ull << 20;
   long mostTransferSeconds = 600;
+  long leastBytesPerSecond = 4096;
   // How a back-off waits; tests record the pauses instead of taking them.
   std::function<void(std::chrono::milliseconds)> pause = [](std::chrono::milliseconds ms) {
     std::this_thread::sleep_for(ms);

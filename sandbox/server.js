@@ -19,7 +19,7 @@
 //   {"error": 500} an error document | {"status": N, "body": "..."} that answer as it is |
 //   {"cut": N} N bytes, then the connection drops | {"stall": true} headers, then nothing |
 //   {"crc": "N"} the object with a wrong x-oss-hash-crc64ecma | {"status": N, "repeat": BYTES} that
-//   answer with a body of BYTES bytes | {"trickle": MS} the object one byte every MS milliseconds
+//   answer with a body of BYTES bytes | {"trickle": MS, "chunk": N} the object N bytes (default 1) every MS milliseconds
 //   Every object carries its CRC-64 in x-oss-hash-crc64ecma, as the real store sends it.
 //   DATA_DIR/oss-mode: ok (default) | fail (HTTP 500) | stall (headers, then nothing) | cut
 //   (half the body, then the connection drops)
@@ -178,7 +178,9 @@ function objectStore(req, res) {
     let sent = 0;
     const timer = setInterval(() => {
       if (sent >= bytes.length) { clearInterval(timer); return res.end(); }
-      res.write(bytes.subarray(sent, ++sent));
+      const next = Math.min(bytes.length, sent + (fault.chunk || 1));
+      res.write(bytes.subarray(sent, next));
+      sent = next;
     }, fault.trickle);
     return res.on('close', () => clearInterval(timer));
   }

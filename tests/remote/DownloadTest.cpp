@@ -60,8 +60,12 @@ TEST_F(Intake, WhatADownloadFailsOnAndWhatItRetries) {
       // Bounds no picture reaches, shortened here: not retried, nothing kept.
       {"larger than any picture", "", 0, fail + "ClientError:200023,message:the object is larger than any picture", 1, {},
        [](OssSettings& s) { s.mostObjectBytes = 1999; }},
-      {"trickled past the time a transfer may take", R"({"trickle":400})", 1,
-       fail + "ClientError:200028,message:the transfer took too long", 1, {}, [](OssSettings& s) { s.mostTransferSeconds = 2; }},
+      // A transfer may take its time (1 s here) or, past it, what its size needs at the least rate.
+      {"slow but steady past the time", R"({"trickle":100,"chunk":100})", 1, ok, 1, {},
+       [](OssSettings& s) { s.mostTransferSeconds = 1, s.leastBytesPerSecond = 500; }},
+      {"trickled below the least rate", R"({"trickle":400})", 1,
+       fail + "ClientError:200042,message:the transfer was too slow", 1, {},
+       [](OssSettings& s) { s.mostTransferSeconds = 1, s.leastBytesPerSecond = 1000; }},
       {"a server error of 1 MB", R"({"status":400,"repeat":1000000})", 1,
        fail + "ServerError:400,message:" + std::string(200, 'x') + id + "1\n", 1, {}},
   };
@@ -179,6 +183,7 @@ TEST(Transport, DefaultsTheServiceRunsWith) {
   EXPECT_EQ(std::make_pair(httpSettings().timeoutMs, httpSettings().dnsCacheSeconds), std::make_pair(30000L, 0L));
   EXPECT_EQ(httpSettings().connectionLifetimeSeconds, 3600L);
   EXPECT_EQ(std::make_pair(ossSettings().connectTimeoutMs, ossSettings().stallSeconds), std::make_pair(5000L, 10L));
+  EXPECT_EQ(std::make_pair(ossSettings().mostTransferSeconds, ossSettings().leastBytesPerSecond), std::make_pair(600L, 4096L));
   EXPECT_EQ(ossSettings().retryDelaysMs, (std::vector<long>{300, 600, 1200}));
   std::vector<int> transient;
   for (int code = 0; code < CURL_LAST; ++code)
