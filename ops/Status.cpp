@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,10 +27,12 @@ constexpr std::int64_t kFreshStatusSeconds = 3 * 60;
 // million orders costs no more than a month's.
 constexpr int kNewestOrders = 10000;
 
-std::int64_t secondsSince(const std::filesystem::path& file) {
+// How long ago the file was written: negative when its time is ahead of the clock (the clock was
+// set back since); empty when there is no such file.
+std::optional<std::int64_t> secondsSince(const std::filesystem::path& file) {
   std::error_code error;
   const auto written = std::filesystem::last_write_time(file, error);
-  if (error) return -1;
+  if (error) return std::nullopt;
   return std::chrono::duration_cast<std::chrono::seconds>(std::filesystem::file_time_type::clock::now() - written).count();
 }
 
@@ -98,15 +101,22 @@ int runStatus(std::ostream& out) {
 
   const std::string statusFile = readOptionalSettings("./config.ini").StatusFilePath;
   if (!statusFile.empty()) {
-    const std::int64_t age = secondsSince(toPath(statusFile));
+    const auto age = secondsSince(toPath(statusFile));
     std::ifstream in(toPath(statusFile), std::ios::binary);
     const std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (age < 0) {
+    if (!age) {
       out << "status file " << statusFile << ": missing" << std::endl;
       attention.push_back("the status file is missing");
+    } else if (*age < 0) {
+      // The service rewrites it within a minute of the clock going back; one ahead for longer
+      // has not been written since.
+      out << "status file " << statusFile << ": there, its time " << ageText(-*age) << " ahead of the clock" << std::endl
+          << content;
+      if (-*age > kFreshStatusSeconds)
+        attention.push_back("the status file's time is " + ageText(-*age) + " ahead of the clock: not written since it was set back");
     } else {
-      out << "status file " << statusFile << ": written " << ageText(age) << " ago" << std::endl << content;
-      if (age > kFreshStatusSeconds) attention.push_back("the status file is " + ageText(age) + " old");
+      out << "status file " << statusFile << ": written " << ageText(*age) << " ago" << std::endl << content;
+      if (*age > kFreshStatusSeconds) attention.push_back("the status file is " + ageText(*age) + " old");
     }
   }
   for (const auto& line : attention) out << "attention: " << line << std::endl;

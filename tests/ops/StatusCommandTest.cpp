@@ -77,6 +77,20 @@ TEST(StatusCommand, CountsAndTheExitCodeAMonitorActsOn) {
          t.dir.write("status.json", "{\"time\":\"then\"}\n"), t.age("status.json", 5min);
        },
        1, {"status file status.json: written 5 min ago\n{\"time\":\"then\"}\n", "attention: the status file is 5 min old\n"}},
+      // The clock set back: the file is there, its time ahead; hours ahead, it was not written since.
+      {"a status file hours ahead of the clock",
+       [](Kiosk& t) {
+         t.dir.write("config.ini", sampleConfig({}) + "[StatusFile]\npath=status.json\n");
+         t.dir.write("status.json", "{\"time\":\"later\"}\n"), t.age("status.json", -3h - 30min);
+       },
+       1, {"status file status.json: there, its time 3 h ahead of the clock\n{\"time\":\"later\"}\n",
+           "attention: the status file's time is 3 h ahead of the clock: not written since it was set back\n"}},
+      {"a status file a minute ahead of the clock",
+       [](Kiosk& t) {
+         t.dir.write("config.ini", sampleConfig({}) + "[StatusFile]\npath=status.json\n");
+         t.dir.write("status.json", "{}\n"), t.age("status.json", -1min);
+       },
+       0, {"status file status.json: there, its time ", " ahead of the clock\n", "healthy\n"}},
       {"a fresh status file",
        [](Kiosk& t) {
          t.dir.write("config.ini", sampleConfig({}) + "[StatusFile]\npath=status.json\n");
