@@ -1,14 +1,7 @@
 #include "base/DailyLog.h"
 
-#if defined(__GNUC__)
-#include <cxxabi.h>
-#endif
-#include <typeinfo>
-
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <unordered_map>
@@ -24,37 +17,6 @@ namespace {
 constexpr std::chrono::seconds kRetry{60};
 
 std::string localDay(std::time_t when) { return localTimeString(when).substr(0, 10); }
-
-#if defined(__GNUC__)
-std::string currentExceptionType() {
-  const std::type_info* type = abi::__cxa_current_exception_type();
-  if (!type) return "?";
-  int status = 0;
-  char* readable = abi::__cxa_demangle(type->name(), nullptr, nullptr, &status);
-  const std::string name = status == 0 && readable ? readable : type->name();
-  std::free(readable);
-  return name;
-}
-#else
-std::string currentExceptionType() { return "an exception"; }
-#endif
-
-// Why the process ends, as the run-time would say it, written where the process's lines go: the
-// run-time writes it to C's stderr, which a scheduled task without a redirection sends nowhere.
-[[noreturn]] void logTermination() {
-  std::string why = "terminate called without an active exception";
-  if (const std::exception_ptr current = std::current_exception()) {
-    why = "terminate called after throwing an instance of '" + currentExceptionType() + "'";
-    try {
-      std::rethrow_exception(current);
-    } catch (const std::exception& error) {
-      why += "\n  what():  " + std::string(error.what());
-    } catch (...) {
-    }
-  }
-  std::cerr << why << std::endl;
-  std::abort();
-}
 
 }  // namespace
 
@@ -103,7 +65,6 @@ DailyLog::DailyLog(DailyLogSettings settings, Clock clock, Ticks ticks)
 DailyLog::~DailyLog() {
   if (savedOut_) std::cout.rdbuf(savedOut_);
   if (savedErr_) std::cerr.rdbuf(savedErr_);
-  if (previousTerminate_) std::set_terminate(previousTerminate_);
 }
 
 void DailyLog::attach() {
@@ -113,7 +74,6 @@ void DailyLog::attach() {
   err_ = std::make_unique<Stream>(*this, std::cerr.rdbuf());
   savedOut_ = std::cout.rdbuf(out_.get());
   savedErr_ = std::cerr.rdbuf(err_.get());
-  previousTerminate_ = std::set_terminate(logTermination);
 }
 
 void DailyLog::writeLine(const std::string& line, std::streambuf* fallback) {

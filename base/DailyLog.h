@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <exception>
 #include <ctime>
 #include <functional>
 #include <memory>
@@ -36,8 +35,7 @@ class DailyLog {
   DailyLog& operator=(const DailyLog&) = delete;
 
   // From now on std::cout and std::cerr write here, every line whole into exactly one file:
-  // a line belongs to the day on which its last character is written. Why the process ends,
-  // if an exception ends it, is written here too, not only on C's stderr.
+  // a line belongs to the day on which its last character is written.
   void attach();
 
  private:
@@ -53,7 +51,6 @@ class DailyLog {
   std::unique_ptr<Stream> out_, err_;
   std::streambuf* savedOut_ = nullptr;
   std::streambuf* savedErr_ = nullptr;
-  std::terminate_handler previousTerminate_ = nullptr;
 
   std::mutex mutex_;
   std::string day_;           // the open file's day, "YYYY-MM-DD"

@@ -28,6 +28,7 @@ PrinterSettingsRecord printerSettingsFrom(const PrinterConfigValues& config) {
 
 void PrinterManager::LoadPrinterSettings() {
   PrinterSettings = printerSettingsFrom(PrinterConfig::instance().load());
+  publishPrinterSettings();
 
   std::cout << "--PrinterConfig.FourHeight--" << PrinterSettings.fourHeight << std::endl;
   std::cout << "--PrinterConfig.PrinterName--" << PrinterSettings.printerName << std::endl;

@@ -1,6 +1,6 @@
 // The process-wide copy of the printer configuration. Written once by the print worker's
-// start (PrinterManager::LoadPrinterSettings) and read afterwards without locks: the start-up
-// pauses of the entry point order that write before the other loops read it.
+// start (PrinterManager::LoadPrinterSettings), which then publishes it; the print worker reads
+// it without locks afterwards, the other loops take their copy through the publication.
 #pragma once
 
 #include <cstdint>
@@ -26,5 +26,11 @@ struct PrinterSettingsRecord {
 
 // Defined with the other process-wide objects, first among them.
 extern PrinterSettingsRecord PrinterSettings;
+
+// The hand-over to the other threads. The entry point's start-up pauses still let the print
+// worker publish first; this makes what the readers see defined whatever the timing.
+void publishPrinterSettings();
+// A copy of what was published, once it is (waiting until then).
+PrinterSettingsRecord publishedPrinterSettings();
 
 }  // namespace kps

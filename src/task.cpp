@@ -22,6 +22,7 @@
 #include "printer/PrinterSettings.h"
 #include "remote/Endpoints.h"
 #include "remote/RemoteOrderIdManger.h"
+#include "src/LastWords.h"
 #include "ops/Dispatch.h"
 #include "store/Database.h"
 #include "store/Runtime.h"
@@ -65,6 +66,7 @@ std::unique_ptr<kps::DailyLog> startDailyLog() {
   if (optIn.LogFolder.empty()) return nullptr;
   auto log = std::make_unique<kps::DailyLog>(kps::DailyLogSettings{optIn.LogFolder, optIn.LogKeepDays});
   log->attach();
+  kps::sayLastWordsOnTheLog();  // the stores below may end the process as they open
   return log;
 }
 
@@ -99,7 +101,7 @@ void printWorker() {
 }
 
 void syncLoop() {
-  const std::string url = kps::syncUrl(kps::PrinterSettings.environment);
+  const std::string url = kps::syncUrl(kps::publishedPrinterSettings().environment);
   const kps::PrinterConfigValues& optIn = kps::startSettings();
   const std::int32_t retentionDays = optIn.PictureRetentionDays;
   kps::logLine(KPS_TAG_TASK, __LINE__, "url : ", url);
@@ -124,8 +126,9 @@ void syncLoop() {
 }
 
 void taskPollLoop() {
-  const std::string screenId = kps::PrinterSettings.screenId;
-  const std::string url = kps::taskListUrl(kps::PrinterSettings.environment);
+  const kps::PrinterSettingsRecord settings = kps::publishedPrinterSettings();
+  const std::string screenId = settings.screenId;
+  const std::string url = kps::taskListUrl(settings.environment);
   for (;;) {
     sharedDatabase->fetchTaskList(screenId, url);
     std::this_thread::sleep_for(3000ms);
@@ -148,8 +151,8 @@ int main(int argc, char** argv) {
   if (argc > 1) return kps::runOperatorCommand(argc, argv);
   // libcurl's global set-up is not thread-safe: done once, before any worker starts.
   curl_global_init(CURL_GLOBAL_DEFAULT);
-  // The pauses are the only hand-over of the configuration: the print worker publishes
-  // PrinterSettings at its start, the other two loops read it once at theirs.
+  // The print worker publishes PrinterSettings at its start, the other two loops take their
+  // copy of it once at theirs; the pauses let it go first.
   std::thread printThread(printWorker);
   std::this_thread::sleep_for(50ms);
   std::thread syncThread(syncLoop);

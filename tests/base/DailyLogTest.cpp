@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <ctime>
+#include <exception>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -50,8 +51,10 @@ std::string file(const TempDir& dir, const char* day) {
 }
 
 // Threads write across two midnights, the second while they write: every line lands whole in
-// exactly one file, each thread's lines in order, none on the standard streams.
+// exactly one file, each thread's lines in order, none on the standard streams. The log takes
+// the streams only: what ends the process is the entry point's business.
 TEST(DailyLog, LinesOfSeveralThreadsAcrossMidnightNoneLostOrSplit) {
+  const std::terminate_handler handler = std::get_terminate();
   constexpr int kThreads = 3, kLines = 400;
   TempDir dir;
   CapturedStreams streams;
@@ -62,6 +65,7 @@ TEST(DailyLog, LinesOfSeveralThreadsAcrossMidnightNoneLostOrSplit) {
   {
     DailyLog log({dir.file("logs"), 14}, [&] { return now.load(); });
     log.attach();
+    EXPECT_EQ(std::get_terminate(), handler);
     const auto writeLines = [&](int phase) {
       std::vector<std::thread> threads;
       for (int t = 0; t < kThreads; ++t)

@@ -1,5 +1,5 @@
 // The wake-up hand-off between the intake and the print worker (with the print run replaced by
-// test doubles).
+// test doubles), and the print worker's settings handed to the other loops.
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -10,6 +10,7 @@
 #include <future>
 #include <thread>
 
+#include "printer/PrinterSettings.h"
 #include "store/Runtime.h"
 
 namespace kps {
@@ -93,6 +94,22 @@ TEST(HandOff, SignalRaisedBeforeTheWorkerWaitsIsNotLost) {
   Worker worker([&] { ran.set_value(); });
   EXPECT_EQ(ran.get_future().wait_for(10s), std::future_status::ready);
   EXPECT_FALSE(Worker::flag());
+}
+
+// A loop that asks for the print worker's settings before they are published waits for them and
+// sees them whole (this suite also runs under ThreadSanitizer, which finds an unordered read).
+TEST(HandOff, TheOtherLoopsSeeThePrintWorkersSettingsWhole) {
+  std::promise<void> asked;
+  auto loop = std::async(std::launch::async, [&] {
+    asked.set_value();
+    return publishedPrinterSettings();
+  });
+  asked.get_future().wait();
+  PrinterSettings = PrinterSettingsRecord{};
+  PrinterSettings.screenId = "SCREEN-7", PrinterSettings.environment = 1;
+  publishPrinterSettings();
+  const PrinterSettingsRecord seen = loop.get();
+  EXPECT_EQ(std::make_pair(seen.screenId, seen.environment), std::make_pair(std::string("SCREEN-7"), 1));
 }
 
 }  // namespace
