@@ -6,42 +6,13 @@
 #include <filesystem>
 #include <functional>
 
-#include "base/Log.h"
-#include "store/Database.h"
-#include "tests/support/ChildProcess.h"
-#include "tests/support/SampleConfig.h"
-#include "tests/support/SqliteFile.h"
-#include "upkeep/StatusFile.h"
+#include "tests/support/Kiosk.h"
 
 namespace kps {
 namespace {
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
-
-// A kiosk's working directory with a store of the service's own schema.
-struct Kiosk {
-  Kiosk() {
-    { Database store(dir.file("PrintData.db")); }
-    dir.write("config.ini", sampleConfig({}));
-  }
-  // An order row; times are seconds before now, -1 for NULL.
-  void order(const std::string& uuid, int status, long updatedAgo, long reportedAgo, const char* reason = nullptr) {
-    const auto at = [](long ago) { return ago < 0 ? std::string("NULL") : "'" + localTimeString(std::time(nullptr) - ago) + "'"; };
-    ASSERT_TRUE(SqliteFile(dir.file("PrintData.db"))
-                    .exec("INSERT INTO local (orderNo, uuid, path, status, updateTime, syncTime, failReason, type) VALUES "
-                          "('O', '" + uuid + "', '" + dir.file("p/" + uuid + ".jpg") + "', " + std::to_string(status) + ", " +
-                          at(updatedAgo) + ", " + at(reportedAgo) + ", " + (reason ? "'" + std::string(reason) + "'" : "NULL") +
-                          ", 'postcards')"));
-    dir.write("p/" + uuid + ".jpg", std::string(1 << 20, 'j'));
-  }
-  void age(const std::string& name, std::chrono::seconds ago) {
-    fs::last_write_time(dir.file(name), fs::file_time_type::clock::now() - ago);
-  }
-  int status() { return runToEnd({KPS_BINARY, "--status"}, dir.path(), {}, 20s, out); }
-  TempDir dir;
-  std::string out;
-};
 
 TEST(StatusCommand, CountsAndTheExitCodeAMonitorActsOn) {
   struct Case {
@@ -127,22 +98,6 @@ TEST(StatusCommand, CountsAndTheExitCodeAMonitorActsOn) {
     for (const auto& line : c.lines)
       EXPECT_NE(kiosk.out.find(line), std::string::npos) << c.name << ": " << line << "\n" << kiosk.out;
     EXPECT_FALSE(fs::exists(kiosk.dir.file("PrintData.db-wal"))) << c.name;
-  }
-}
-
-// The status file's minute is counted on the steady clock: a wall clock set back two hours
-// does not stop the heartbeat, and a failure to write is said once an hour of steady time.
-TEST(StatusFileWrites, AMinuteOnTheSteadyClockWhateverTheWallClockDoes) {
-  Kiosk kiosk;
-  StatusFile status(kiosk.dir.file("status.json"), "no such printer", kiosk.dir.file("PrintData.db"));
-  const std::time_t now = std::time(nullptr);
-  const auto start = std::chrono::steady_clock::now();
-  const std::tuple<std::time_t, std::chrono::seconds, bool> writes[] = {
-      {now, 0s, true}, {now + 30, 30s, false}, {now - 7200, 61s, true}, {now - 7190, 90s, false}, {now - 7140, 122s, true}};
-  for (const auto& [wall, steady, written] : writes) {
-    fs::remove(kiosk.dir.file("status.json"));
-    status.writeIfDue(wall, start + steady);
-    EXPECT_EQ(fs::exists(kiosk.dir.file("status.json")), written) << steady.count() << " s";
   }
 }
 
