@@ -134,6 +134,18 @@ void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
       continue;
     }
     const std::string path = base + entry.pic;
+    // A task the backend still lists is already an order: nothing of it is fetched again (a
+    // refused picture would otherwise be downloaded on every poll, a large one for minutes).
+    // A pending one whose picture is gone fails as one whose picture cannot be fetched.
+    if (const auto stored = storedStatus(entry.taskId)) {
+      std::error_code ignored;
+      if (*stored == 0 && !std::filesystem::is_regular_file(toPath(path), ignored)) {
+        logLine(KPS_TAG_REMOTE, __LINE__, " insertOrder fail ");
+        updateFailStatus(entry.taskId, 4, "IPP_JOB_HELD_PIC_PATH_NOT_EXIST");
+        updateTime(entry.taskId);
+      }
+      continue;
+    }
     Picture picture = Picture::Missing;
     // A copy count no kiosk prints would hold the print run, and the intake with it, for years.
     if (entry.number > kMostCopies)

@@ -68,6 +68,9 @@ class Database {
                    const std::string& path, std::int32_t status, std::int32_t realNumber,
                    const std::string& type);
   bool deleteOrder(const std::string& table, const std::string& orderNo);
+  // The status of the order of this uuid in table local; none when there is no such order (or
+  // the store cannot be asked).
+  std::optional<std::int32_t> storedStatus(const std::string& uuid);
   void getOrdersByOrderNo(const std::string& table, const std::string& orderNo,
                           std::vector<OrderStatusRecord>& list);
 

@@ -1,5 +1,5 @@
-// Adding, finding and removing the rows of one business order, and the final orders whose
-// pictures retention looks at.
+// Adding, finding and removing the rows of one business order, an order's status by its task,
+// and the final orders whose pictures retention looks at.
 #include <iostream>
 
 #include "store/Database.h"
@@ -39,6 +39,14 @@ bool Database::deleteOrder(const std::string& table, const std::string& orderNo)
   if (remove.step() == SQLITE_DONE) return true;
   std::cerr << "Execution failed: " << errorMessage() << std::endl;
   return false;
+}
+
+std::optional<std::int32_t> Database::storedStatus(const std::string& uuid) {
+  SqliteStatement query(db, "SELECT status FROM local WHERE uuid = ?;");
+  if (!query.ok()) return std::nullopt;
+  query.bind(1, uuid);
+  if (query.step() != SQLITE_ROW) return std::nullopt;
+  return query.integer(0);
 }
 
 void Database::getOrdersByOrderNo(const std::string& table, const std::string& orderNo,

@@ -66,12 +66,35 @@ TEST_F(Intake, FailingPicturesShareOneRetryBudgetAndAPendingOrderIsMarked) {
   OutputWatcher log;
   intake.ReceiveBackupData(taskList({task("T-1", "gone.jpg"), task("T-2", "gone.jpg"), task("T-3", "x/3.jpg"),
                                      task("T-4", "x/4.jpg")}));
-  EXPECT_EQ(store.requests(), 4 + 3);  // 1 + 3 for the first, 1 each for the rest
+  // T-1 and T-2 are orders already: nothing of them is fetched. 1 + 3 for T-3, 1 for T-4.
+  EXPECT_EQ(store.requests(), 1 + 3 + 1);
   EXPECT_EQ(rows(), "T-1:4:IPP_JOB_HELD_PIC_PATH_NOT_EXIST T-2:2:- T-3:4:- T-4:4:-");
   EXPECT_NE(file.scalar("SELECT updateTime FROM local WHERE uuid='T-1'"), "NULL");
-  EXPECT_EQ(count(log.text(), "]  insertOrder fail \n"), 2u);
+  EXPECT_EQ(count(log.text(), "]  insertOrder fail \n"), 1u);
   EXPECT_EQ(count(log.text(), " insertOrder success \n"), 2u);
   EXPECT_FALSE(takeWakeUp());
+}
+
+// A task the backend lists again after it was stored (its report not taken yet) is not fetched
+// again, whatever became of it: a refused picture is not downloaded on every poll, and no
+// insert fails on the table's key.
+TEST_F(Intake, ATaskAlreadyStoredIsNotFetchedAgain) {
+  store.put("pics/big.jpg", std::string(3000, 'b'));
+  store.put("pics/ok.jpg", "jpeg");
+  ossSettings().mostObjectBytes = 2000;
+  const std::string text = taskList({task("T-big", "pics/big.jpg"), task("T-ok", "pics/ok.jpg"), task("T-bad", "../x.jpg")});
+  intake.ReceiveBackupData(text);
+  EXPECT_EQ(rows(), "T-bad:4:- T-big:4:- T-ok:0:-");
+  EXPECT_EQ(store.requests(), 2);
+  std::filesystem::remove(dir.file("pics/ok.jpg"));  // gone before it printed
+  OutputWatcher log;
+  testing::internal::CaptureStderr();
+  intake.ReceiveBackupData(text);
+  intake.ReceiveBackupData(text);
+  EXPECT_EQ(testing::internal::GetCapturedStderr().find("UNIQUE constraint failed"), std::string::npos);
+  EXPECT_EQ(store.requests(), 2);
+  EXPECT_EQ(log.text().find("refused picture key"), std::string::npos) << log.text();
+  EXPECT_EQ(rows(), "T-bad:4:- T-big:4:- T-ok:4:IPP_JOB_HELD_PIC_PATH_NOT_EXIST");
 }
 
 // Keys that cannot be a picture here, and copy counts no kiosk prints: each task is stored
