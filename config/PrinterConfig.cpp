@@ -60,6 +60,7 @@ const std::vector<ConfigSetting>& configSettings() {
       {"LogFile", "keepDays", nullptr, &V::LogKeepDays, 0, true},
       {"StatusFile", "path", &V::StatusFilePath, nullptr, 0, true},
       {"TimedOutJobs", "value", &V::TimedOutJobs, nullptr, 0, true},
+      {"WaitForPrinter", "minutes", nullptr, &V::WaitForPrinterMinutes, 0, true},
   };
   return settings;
 }

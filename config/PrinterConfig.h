@@ -28,6 +28,7 @@ struct PrinterConfigValues {
   std::int32_t LogKeepDays = 0;           // 0: the default, 14
   std::string StatusFilePath;             // opt-in [StatusFile]; empty: none
   std::string TimedOutJobs;               // opt-in; "cancel": a timed-out job is cancelled
+  std::int32_t WaitForPrinterMinutes = 0;  // opt-in [WaitForPrinter]; 0: copies never wait for a person
 };
 
 // One setting of config.ini: its section and key, and where its value goes.

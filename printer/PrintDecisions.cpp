@@ -64,22 +64,43 @@ JobWaitTiming& jobWaitTiming() {
   return timing;
 }
 
-std::int32_t waitForJob(const std::function<std::optional<std::int32_t>()>& queryOnce,
-                        const JobWaitClock& clock, const JobWaitTiming& timing) {
+std::int32_t waitForJob(const std::function<JobLook()>& lookOnce, const JobWaitClock& clock,
+                        const JobWaitTiming& timing, CopyJob* copy) {
+  const bool waiting = copy && copy->waitForPerson;
   const std::uint32_t start = clock.ticks();
+  const auto spent = [&] { return waiting ? copy->quietMs : static_cast<std::uint32_t>(clock.ticks() - start); };
   for (;;) {
-    if (static_cast<std::uint32_t>(clock.ticks() - start) >= timing.limitMs) break;
-    if (const auto code = queryOnce()) return *code;
+    if (spent() >= timing.limitMs) break;
+    const JobLook look = lookOnce();
+    if (look.ended) return *look.ended;
+    if (waiting) {
+      copy->seen = look.printer;
+      copy->fault = look.fault.value_or(0);
+      if (look.printer.needsPerson()) return kPrintWaiting;
+    }
+    if (look.fault) return *look.fault;
+    const std::uint32_t before = clock.ticks();
     clock.sleep(timing.pollMs);
-    if (static_cast<std::uint32_t>(clock.ticks() - start) >= timing.limitMs) break;
+    if (waiting) copy->quietMs += static_cast<std::uint32_t>(clock.ticks() - before);
+    if (spent() >= timing.limitMs) break;
   }
   logLine(KPS_TAG_PRINTER, __LINE__, "WaitForJobCompletion timed out.");
   return -7;
 }
 
+std::int32_t codeWithoutWaiting(const PrinterState& state) {
+  // A stopped queue, or one that refuses jobs, is skipped: no printer matches.
+  if (state.has(Condition::StoppedByDriver) || state.has(Condition::PausedByOperator) ||
+      state.has(Condition::NotAccepting))
+    return -1;
+  if (state.has(Condition::Offline)) return -2;
+  if (state.has(Condition::MediaEmpty)) return -3;
+  return -7;
+}
+
 std::int32_t cancelIfTimedOut(std::int32_t code, const std::string& printer, std::int32_t jobId,
                               const std::function<std::string()>& cancel) {
-  if (code != -7 || !PrinterSettings.cancelTimedOutJobs) return code;
+  if (code != -7 || (!PrinterSettings.cancelTimedOutJobs && PrinterSettings.waitForPrinterMinutes <= 0)) return code;
   const std::string job = "job " + std::to_string(jobId) + " on printer " + printer;
   logLine(KPS_TAG_PRINTER, __LINE__, "Cancelling the timed-out ", job);
   const std::string failure = cancel();

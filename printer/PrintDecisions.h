@@ -10,6 +10,8 @@
 
 #include "base/Utf8.h"
 #include "pictures/PictureSize.h"
+#include "printer/CopyJob.h"
+#include "printer/PrinterCondition.h"
 #include "printer/PrinterSettings.h"
 
 namespace kps {
@@ -43,22 +45,36 @@ struct JobWaitTiming {
 };
 JobWaitTiming& jobWaitTiming();
 
-// The completion wait shared by both platforms: query, pause a second, until the query gives a
-// final code or limitMs have passed on the tick clock (-7). Ticks are unsigned 32-bit, so a
-// wrap-around of the clock does not end the wait early.
+// One look at a job and its printer.
+struct JobLook {
+  std::optional<std::int32_t> ended;  // the job's own end: 0 printed (or forgotten), -1 failed
+  std::optional<std::int32_t> fault;  // the code the printer's state gives while the job waits
+  PrinterState printer;               // what stops it, where a copy waits for a person
+};
+
+// The completion wait shared by both platforms: look, pause a second, until the job ends, the
+// printer's state gives a code, or limitMs have passed on the tick clock (-7). Ticks are
+// unsigned 32-bit, so a wrap-around of the clock does not end the wait early. A copy that waits
+// for a person ([WaitForPrinter]) gets kPrintWaiting instead of a fault, and its limit counts
+// only the time the printer reported nothing wrong, across looks.
 struct JobWaitClock {
   std::function<std::uint32_t()> ticks;
   std::function<void(std::uint32_t ms)> sleep;
 };
-std::int32_t waitForJob(const std::function<std::optional<std::int32_t>()>& queryOnce,
-                        const JobWaitClock& clock, const JobWaitTiming& timing);
+std::int32_t waitForJob(const std::function<JobLook()>& lookOnce, const JobWaitClock& clock,
+                        const JobWaitTiming& timing, CopyJob* copy = nullptr);
+
+// The code a copy fails with when its printer has needed a person for too long before it made a
+// job: what the copy would have met without waiting.
+std::int32_t codeWithoutWaiting(const PrinterState& state);
 
 // The real clock: a monotonic millisecond tick and a sleeping pause.
 JobWaitClock systemJobWaitClock();
 
-// [TimedOutJobs] cancel: a copy that timed out after its job was submitted has that job
-// cancelled before the code goes back, so that a time-out never prints later. `cancel` asks the
-// spooler and gives "" when it did, else why not. The code itself is never changed.
+// [TimedOutJobs] cancel, and [WaitForPrinter] (nothing of a failed copy comes out later): a
+// copy that timed out after its job was submitted has that job cancelled before the code goes
+// back, so that a time-out never prints later. `cancel` asks the spooler and gives "" when it
+// did, else why not. The code itself is never changed.
 std::int32_t cancelIfTimedOut(std::int32_t code, const std::string& printer, std::int32_t jobId,
                               const std::function<std::string()>& cancel);
 

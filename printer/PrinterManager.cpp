@@ -23,6 +23,7 @@ PrinterSettingsRecord printerSettingsFrom(const PrinterConfigValues& config) {
   settings.screenId = config.ScreenId;
   settings.environment = config.environment;
   settings.cancelTimedOutJobs = config.TimedOutJobs == "cancel";
+  settings.waitForPrinterMinutes = config.WaitForPrinterMinutes > 0 ? config.WaitForPrinterMinutes : 0;
   return settings;
 }
 

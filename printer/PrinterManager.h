@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "printer/PrintDecisions.h"
+#include "printer/CopyJob.h"
+#include "printer/PrinterCondition.h"
 #include "printer/PrinterSettings.h"
 
 namespace kps {
@@ -33,6 +35,7 @@ enum PrintResult : std::int32_t {
   kPrintDocumentStart = -9,
   kPrintDrawing = -10,
 };
+
 
 // An installed printer and whether it takes jobs now.
 struct InstalledPrinter {
@@ -77,9 +80,23 @@ class PrinterManager {
   DriverChoice MediaTypeChoice(const std::wstring& printerName, std::int32_t mediaType);
 
   std::int32_t SetPrintParams(const std::wstring& printerName, const std::string& type);
+  // `copy`, where the print run gives one, names the job, is told its id and says how to wait.
   std::int32_t PrintImage(const std::wstring& printerName, const std::wstring& path,
-                          const std::string& type);
-  std::int32_t WaitForJobCompletion(PrinterHandle printer, std::int32_t jobId);
+                          const std::string& type, CopyJob* copy = nullptr);
+  std::int32_t WaitForJobCompletion(PrinterHandle printer, std::int32_t jobId, CopyJob* copy = nullptr);
+
+  // The printer the configured name selects by the service's rule, among all installed ones
+  // (a stopped queue too), as the spooler reports it now.
+  PrinterState ReadPrinterState(const std::wstring& printerName);
+  // A copy's job made before (by its id, else by its name), followed as PrintImage follows a new
+  // one. kPrintNoJob when the spooler never had it; a job it had and forgot counts as printed.
+  std::int32_t FollowJob(const std::wstring& printerName, CopyJob& copy);
+  // "" when done, else why not.
+  std::string CancelJob(const std::wstring& printerName, std::int32_t jobId);
+  // A queue its driver stopped, and a job its driver held, given back to the driver: it looks
+  // at the printer again. False where the spooler has no such thing or refused.
+  bool ResumePrinter(const std::wstring& printerName);
+  bool ReleaseJob(const std::wstring& printerName, std::int32_t jobId);
 
  private:
   // What every copy does before its job, on any spooler: the picture size by product type,

@@ -22,6 +22,7 @@ struct PrinterSettingsRecord {
   std::string screenId;
   std::int32_t environment = 0;
   bool cancelTimedOutJobs = false;  // [TimedOutJobs] value=cancel
+  std::int32_t waitForPrinterMinutes = 0;  // [WaitForPrinter] minutes=N; 0: never wait
 };
 
 // Defined with the other process-wide objects, first among them.

@@ -8,10 +8,10 @@
 # Queues: "kps-virtual" (ippeveprinter, colour, keeps every document in DIR/eve with the job's
 # attributes beside it in DOC.attrs),
 # "kps-file" (fast, file:///dev/null), "kps-script" (backend DIR/serverbin/backend/kps-script,
-# whose behaviour is read from DIR/script-mode: ok, media-empty, offline, fail, stop, hang; a
-# waiting mode ends when the file says ok again or DIR/release-JOB exists, and each job that
-# came out is a line, its id, in DIR/pages); both with the virtual printer's paper (its PPD,
-# kept as DIR/photo.ppd);
+# whose behaviour is read from DIR/script-mode: ok, media-empty, media-empty-stop,
+# media-empty-hold, offline, fail, stop, hang; a waiting mode ends when the file says ok again
+# or DIR/release-JOB exists, and each job that came out is a line, its id, in DIR/pages); both
+# with the virtual printer's paper (its PPD, kept as DIR/photo.ppd);
 # "kps-ds620" and "kps-cp1300": Gutenprint's drivers for the DNP DS620 and the Canon SELPHY
 # CP1300 (dye-sublimation photo printers), each running its whole filter chain into a file,
 # DIR/out/QUEUE.prn; likewise "kps-dnp-qw410", "kps-fujifilm-ask-300" and "kps-hiti-p510k",
@@ -71,8 +71,13 @@ cat > "$dir/serverbin/backend/kps-script" <<SCRIPT
 [ \$# -eq 0 ] && { echo 'direct kps-script "Unknown" "kps test backend"'; exit 0; }
 mode=\$(cat "$dir/script-mode" 2>/dev/null || echo ok)
 echo "STATE: -media-empty-error,offline-report" >&2
+# Out of paper the ways dye-sub drivers are: keep the job processing until the paper is back
+# (media-empty), stop the queue (media-empty-stop) or hold the job (media-empty-hold); the
+# scheduler runs the job again once the queue is resumed or the job released.
 case "\$mode" in
   media-empty) echo "STATE: +media-empty-error" >&2 ;;
+  media-empty-stop) echo "STATE: +media-empty-error" >&2; exit 4 ;;
+  media-empty-hold) echo "STATE: +media-empty-error" >&2; exit 3 ;;
   offline) echo "STATE: +offline-report" >&2 ;;
   fail) exit 1 ;;
   stop) exit 4 ;;

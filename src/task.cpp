@@ -10,6 +10,7 @@
 // and <iostream> is what makes the standard streams usable that early in this file.
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -93,11 +94,16 @@ void printWorker() {
   kps::PrinterManager manager;
   manager.LoadPrinterSettings();
   std::unique_lock<std::mutex> lock(kps::newOrderMutex);
+  // The first run goes at once: orders a stopped service left unfinished, and pending ones,
+  // are taken up without waiting for a new order. A run that left a copy waiting for its
+  // printer is followed by another within 10 s.
+  std::optional<std::chrono::milliseconds> lookAgain = 0ms;
   for (;;)
-    kps::printWorkerCycle(lock, [] {
+    kps::printWorkerCycle(lock, [&] {
       sharedDatabase->printPendingOrders();
       kps::Health::instance().runEnded = true;
-    });
+      lookAgain = sharedDatabase->waitingForPrinter() ? std::optional<std::chrono::milliseconds>(10s) : std::nullopt;
+    }, lookAgain);
 }
 
 void syncLoop() {

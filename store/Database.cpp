@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "base/FilePath.h"
+#include "store/PrinterWait.h"
 
 namespace kps {
 
@@ -19,7 +20,7 @@ constexpr const char* kColumns =
 
 }  // namespace
 
-Database::Database(const std::string& path, int busyTimeoutMs) {
+Database::Database(const std::string& path, int busyTimeoutMs) : printerWait_(std::make_unique<PrinterWait>()) {
   const std::string directory = folderOf(path);
   if (!directory.empty()) {
     std::error_code error;
@@ -54,6 +55,7 @@ Database::Database(const std::string& path, int busyTimeoutMs) {
   if (!tableExists("local")) createTable("local");
   if (!tableExists("remote")) createTable("remote");
   createHistoryIndexes();
+  createCopyTable();
 }
 
 void Database::createHistoryIndexes() {

@@ -8,14 +8,20 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "printer/CopyJob.h"
+
 #include "store/SqliteStatement.h"
 
 namespace kps {
+
+class PrinterWait;
 
 // One row of table local.
 struct PrintOrder {
@@ -42,6 +48,22 @@ struct FinalOrderPicture {
   std::string syncTime;  // empty: never reported
   std::string updateTime;
   bool pendingUse = false;  // a pending order names the same file
+};
+
+// An order the print run takes.
+struct OrderToPrint {
+  std::string uuid;
+  std::string path;
+  std::string deleteTime;
+  std::int32_t realNumber = 1;
+  std::string type;
+};
+
+// One copy of an order as the print run planned, made and ended it (table jobs).
+struct CopyRecord {
+  std::string name;                   // its job's name at the spooler
+  std::optional<std::int32_t> jobId;  // none: planned; 0: a job is being made, its id not yet known
+  std::optional<std::int32_t> result;  // the copy's code once it ended
 };
 
 struct OrderStatusRecord {
@@ -87,11 +109,24 @@ class Database {
   std::int32_t sendRequest(const std::string& url, const std::string& body, const char* method,
                            std::string& response);
 
-  // The print run: prints every pending order, copy by copy, and records the outcome.
+  // The print run: prints every pending order, copy by copy, and records the outcome; also the
+  // orders a run left with copies still to make (the service stopped, or a copy waits).
   void printPendingOrders();
   static std::int32_t printImage(const std::string& printerName, const std::string& path,
-                                   const std::string& type);
+                                 const std::string& type, CopyJob* copy = nullptr);
   static std::string printResultName(std::int32_t code);
+  // The last run ended with a copy waiting for its printer ([WaitForPrinter]): the worker looks
+  // again soon without a new order.
+  bool waitingForPrinter() const;
+  PrinterWait& printerWait() { return *printerWait_; }
+
+  // Table jobs: every copy of an order the print run took, its job and its end, written as they
+  // happen, so that no moment of a stop leaves a job the service cannot find again.
+  std::map<std::int32_t, CopyRecord> copyRecords(const std::string& uuid);
+  // Copies 1..copies planned, where the order has none yet.
+  void planCopies(const std::string& uuid, std::int32_t copies);
+  void recordJobId(const std::string& uuid, std::int32_t copy, std::int32_t jobId);
+  void recordCopyEnd(const std::string& uuid, std::int32_t copy, std::int32_t result);
 
   // For picture retention (upkeep/PictureRetention.cpp), with databaseMutex held: up to `batch`
   // final orders last changed before `cutoff`, after (afterTime, afterRow) in (updateTime, rowid)
@@ -115,6 +150,17 @@ class Database {
 
  private:
   void createHistoryIndexes();
+  void createCopyTable();
+  // The print run's parts (PrintRun.cpp, PrintCopy.cpp): the orders it takes; one order, false
+  // when a copy of it waits for a person; one copy's code; a copy's wait, or its end.
+  std::vector<OrderToPrint> ordersToPrint();
+  bool printOrder(const OrderToPrint& order);
+  std::int32_t makeCopy(const OrderToPrint& order, std::int32_t copy, const CopyRecord* record);
+  std::int32_t waitOrGiveUp(const PrinterState& state, const CopyJob* job);
+  // Runs one statement of table jobs under the store's mutex; false, with a line, when it fails.
+  bool writeCopy(const std::string& sql, const std::function<void(SqliteStatement&)>& bind);
+  // What the print run keeps between runs while copies wait for a person.
+  std::unique_ptr<PrinterWait> printerWait_;
   // One status update under the store's mutex: prepare (a failure reported on standard error
   // after prepareFailure), bind, then step with the busy retry.
   void updateRow(const char* sql, const char* prepareFailure,

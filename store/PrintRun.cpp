@@ -1,4 +1,5 @@
-// The print run: every pending order of table local, copy by copy, with its outcome recorded.
+// The print run: every pending order of table local, copy by copy, with its outcome recorded;
+// also every order a run left with copies still to end (the service stopped, a copy waits).
 #include <iostream>
 #include <vector>
 
@@ -7,21 +8,10 @@
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
 #include "store/Database.h"
+#include "store/PrinterWait.h"
 #include "store/Runtime.h"
 
 namespace kps {
-
-namespace {
-
-struct PendingOrder {
-  std::string uuid;
-  std::string path;
-  std::string deleteTime;
-  std::int32_t realNumber;
-  std::string type;
-};
-
-}  // namespace
 
 std::string Database::printResultName(std::int32_t code) {
   switch (code) {
@@ -37,30 +27,23 @@ std::string Database::printResultName(std::int32_t code) {
 }
 
 std::int32_t Database::printImage(const std::string& printerName, const std::string& path,
-                                  const std::string& type) {
+                                  const std::string& type, CopyJob* copy) {
   std::int32_t code;
   {
     PrinterManager manager;
-    code = manager.PrintImage(utf8ToWide(printerName), utf8ToWide(path), type);
+    code = manager.PrintImage(utf8ToWide(printerName), utf8ToWide(path), type, copy);
   }
-  if (code != 0) logLine(KPS_TAG_DATABASE, __LINE__, "printImage failed ");
+  if (code != 0 && code != kPrintWaiting) logLine(KPS_TAG_DATABASE, __LINE__, "printImage failed ");
   return code;
 }
 
-void Database::printPendingOrders() {
-  std::lock_guard<std::mutex> run(databaseMutex);
+bool Database::waitingForPrinter() const { return printerWait_->waiting(); }
 
-  // The pending rows are read in full before the first copy: a statement left open across a
-  // run of minutes would hold every status update of the run uncommitted until its end.
-  std::vector<PendingOrder> orders;
-  {
-    SqliteStatement query(db,
-                          "SELECT uuid, path, status, deleteTime, realNumber, printerName,type "
-                          "FROM local WHERE status = 0;");
-    if (!query.ok()) {
-      std::cerr << "Failed to prepare query: " << errorMessage() << std::endl;
-      return;
-    }
+std::vector<OrderToPrint> Database::ordersToPrint() {
+  // The rows are read in full before the first copy: a statement left open across a run of
+  // minutes would hold every status update of the run uncommitted until its end.
+  std::vector<OrderToPrint> orders;
+  const auto read = [&](SqliteStatement& query) {
     int result;
     while ((result = query.step()) == SQLITE_ROW) {
       const char* uuid = query.text(0);
@@ -68,46 +51,85 @@ void Database::printPendingOrders() {
       const char* deleteTime = query.text(3);
       const char* type = query.text(6);
       if (!uuid || !path || !type) {
-        logLine(KPS_TAG_DATABASE, __LINE__, "order skipped, NULL uuid, path or type: ",
-                uuid ? uuid : "");
+        logLine(KPS_TAG_DATABASE, __LINE__, "order skipped, NULL uuid, path or type: ", uuid ? uuid : "");
         continue;
       }
-      orders.push_back({uuid, path, deleteTime ? deleteTime : "", query.integer(4), type});
+      OrderToPrint order;
+      order.uuid = uuid, order.path = path, order.deleteTime = deleteTime ? deleteTime : "";
+      order.realNumber = query.integer(4), order.type = type;
+      orders.push_back(std::move(order));
     }
-    if (result != SQLITE_DONE)
-      std::cerr << "Failed to fetch data: " << errorMessage() << std::endl;
+    return result;
+  };
+  {
+    SqliteStatement query(db, "SELECT uuid, path, status, deleteTime, realNumber, printerName,type FROM local WHERE status = 0;");
+    if (!query.ok()) {
+      std::cerr << "Failed to prepare query: " << errorMessage() << std::endl;
+      return orders;
+    }
+    if (read(query) != SQLITE_DONE) std::cerr << "Failed to fetch data: " << errorMessage() << std::endl;
   }
+  // An order reads printed after its first copy: whatever its status, it is unfinished while a
+  // copy of it has not ended.
+  SqliteStatement unfinished(db, "SELECT uuid, path, status, deleteTime, realNumber, printerName,type FROM local "
+                                 "WHERE status IN (2, 4, 5) AND uuid IN (SELECT uuid FROM jobs WHERE result IS NULL);");
+  if (unfinished.ok()) read(unfinished);
+  return orders;
+}
 
-  for (const auto& order : orders) {
+void Database::printPendingOrders() {
+  std::lock_guard<std::mutex> run(databaseMutex);
+  printerWait_->setWaiting(false);
+  for (const auto& order : ordersToPrint()) {
     if (!order.deleteTime.empty()) {
       updateStatus(order.uuid, 3, 0);
       updateTime(order.uuid);
       continue;
     }
-    int succeeded = 0, failed = 0;
-    for (std::int32_t i = 0; i < order.realNumber; ++i) {
-      const std::int32_t code = printImage(PrinterSettings.printerName, order.path, order.type);
+    // A copy waits for a person at the printer: the run ends, and the intake goes on.
+    if (!printOrder(order)) {
+      printerWait_->setWaiting(true);
+      return;
+    }
+  }
+}
+
+bool Database::printOrder(const OrderToPrint& order) {
+  if (order.realNumber > 0) planCopies(order.uuid, order.realNumber);
+  const std::map<std::int32_t, CopyRecord> records = copyRecords(order.uuid);
+  int succeeded = 0, failed = 0;
+  for (std::int32_t i = 0; i < order.realNumber; ++i) {
+    const auto found = records.find(i + 1);
+    const CopyRecord* record = found == records.end() ? nullptr : &found->second;
+    std::int32_t code;
+    if (record && record->result) {
+      code = *record->result;  // ended before: its row was written then
+    } else {
+      code = makeCopy(order, i + 1, record);
+      if (code == kPrintWaiting) return false;
       if (code != 0) {
         logLine(KPS_TAG_DATABASE, __LINE__, "uuid : ", order.uuid);
         const std::string name = printResultName(code);
         updateFailStatus(order.uuid, 4, name);
         updateTime(order.uuid);
         logLine(KPS_TAG_DATABASE, __LINE__, "Print faild : ", name);
-        ++failed;
       } else {
         updateStatus(order.uuid, 2, i + 1);
         updateTime(order.uuid);
-        ++succeeded;
       }
+      // After the row: a stop between the two follows the job again, and writes the row again.
+      recordCopyEnd(order.uuid, i + 1, code);
     }
-    if (order.realNumber > 1 && succeeded > 0 && failed > 0) {
-      updateStatus(order.uuid, 5, succeeded);
-      logLine(KPS_TAG_DATABASE, __LINE__, "Print faild PARTIAL_COMPLETED ");
-    } else if (succeeded == order.realNumber) {
-      updateStatus(order.uuid, 2, order.realNumber);
-      logLine(KPS_TAG_DATABASE, __LINE__, "Print success ");
-    }
+    code == 0 ? ++succeeded : ++failed;
   }
+  if (order.realNumber > 1 && succeeded > 0 && failed > 0) {
+    updateStatus(order.uuid, 5, succeeded);
+    logLine(KPS_TAG_DATABASE, __LINE__, "Print faild PARTIAL_COMPLETED ");
+  } else if (succeeded == order.realNumber) {
+    updateStatus(order.uuid, 2, order.realNumber);
+    logLine(KPS_TAG_DATABASE, __LINE__, "Print success ");
+  }
+  return true;
 }
 
 }  // namespace kps

@@ -9,8 +9,12 @@ void announceNewOrders(const std::function<void()>& whileLocked) {
   if (whileLocked) whileLocked();
 }
 
-void printWorkerCycle(std::unique_lock<std::mutex>& lock, const std::function<void()>& printRun) {
-  newOrderCondition.wait(lock, [] { return newOrderFlag; });
+void printWorkerCycle(std::unique_lock<std::mutex>& lock, const std::function<void()>& printRun,
+                      std::optional<std::chrono::milliseconds> lookAgainAfter) {
+  if (lookAgainAfter)
+    newOrderCondition.wait_for(lock, *lookAgainAfter, [] { return newOrderFlag; });
+  else
+    newOrderCondition.wait(lock, [] { return newOrderFlag; });
   // The run happens under the mutex so that an intake cannot signal during it; its signal
   // waits for the run to end and then starts exactly one more.
   printRun();

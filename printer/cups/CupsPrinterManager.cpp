@@ -12,6 +12,7 @@
 #include "base/Log.h"
 #include "pictures/Picture.h"
 #include "printer/cups/CupsHandles.h"
+#include "printer/cups/CupsRequests.h"
 #include "printer/cups/CupsTables.h"
 #include "printer/cups/Page.h"
 #include "printer/cups/QueueMedia.h"
@@ -35,69 +36,6 @@ struct Dests {
 std::string option(const cups_dest_t* dest, const char* name) {
   const char* value = cupsGetOption(name, dest->num_options, dest->options);
   return value ? value : "";
-}
-
-std::vector<std::string> keywords(ipp_t* response, const char* name) {
-  std::vector<std::string> out;
-  if (ipp_attribute_t* attr = ippFindAttribute(response, name, IPP_TAG_ZERO))
-    for (int i = 0; i < ippGetCount(attr); ++i)
-      if (const char* text = ippGetString(attr, i, nullptr)) out.emplace_back(text);
-  return out;
-}
-
-std::string printerUri(const std::string& name) {
-  char uri[1024];
-  httpAssembleURIf(HTTP_URI_CODING_ALL, uri, sizeof uri, "ipp", nullptr, "localhost", 0,
-                   "/printers/%s", name.c_str());
-  return uri;
-}
-
-// A queue of the scheduler itself, as CUPS-Get-Printers lists it (never a network printer
-// found on the fly), in the scheduler's order.
-struct Queue {
-  std::string name;
-  bool usable = true;  // running and accepting jobs: what a printer not working offline is
-  std::string state;   // why not
-};
-
-// Empty with `failed` set when the scheduler cannot be asked; empty alone when it has no queue.
-std::vector<Queue> schedulerQueues(bool& failed) {
-  static const char* const wanted[] = {"printer-name", "printer-state", "printer-is-accepting-jobs",
-                                       "printer-is-temporary"};
-  ipp_t* request = ippNewRequest(IPP_OP_CUPS_GET_PRINTERS);
-  ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes",
-                static_cast<int>(std::size(wanted)), nullptr, wanted);
-  Ipp response(cupsDoRequest(CUPS_HTTP_DEFAULT, request, "/"));
-  failed = !response && cupsLastError() != IPP_STATUS_ERROR_NOT_FOUND;
-  std::vector<Queue> queues;
-  if (!response) return queues;
-  Queue queue;
-  bool temporary = false;
-  const auto flush = [&] {
-    if (!queue.name.empty() && !temporary) queues.push_back(queue);
-    queue = Queue{};
-    temporary = false;
-  };
-  for (ipp_attribute_t* attr = ippFirstAttribute(response.get()); attr;
-       attr = ippNextAttribute(response.get())) {
-    if (ippGetGroupTag(attr) != IPP_TAG_PRINTER) {  // the separator between two printers
-      flush();
-      continue;
-    }
-    const std::string name = ippGetName(attr) ? ippGetName(attr) : "";
-    if (name == "printer-name") queue.name = ippGetString(attr, 0, nullptr);
-    if (name == "printer-state" && ippGetInteger(attr, 0) == IPP_PSTATE_STOPPED) {
-      queue.usable = false;
-      queue.state = "is stopped";
-    }
-    if (name == "printer-is-accepting-jobs" && !ippGetBoolean(attr, 0)) {
-      queue.usable = false;
-      if (queue.state.empty()) queue.state = "refuses jobs";
-    }
-    if (name == "printer-is-temporary") temporary = ippGetBoolean(attr, 0) != 0;
-  }
-  flush();
-  return queues;
 }
 
 // What a copy of this product type asks the queue for. Empty, with one line naming what is
@@ -262,7 +200,7 @@ std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
 }
 
 std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const std::wstring& path,
-                                        const std::string& type) {
+                                        const std::string& type, CopyJob* copy) {
   std::wstring fullName;
   const auto size = prepareCopy(printerName, type, fullName);
   if (!size) return kPrintNotPrinter;
@@ -301,10 +239,12 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   const std::unique_ptr<cups_option_t, std::function<void(cups_option_t*)>> ownedOptions(
       options, [count](cups_option_t* list) { cupsFreeOptions(count, list); });
   int jobId = 0;
-  if (cupsCreateDestJob(CUPS_HTTP_DEFAULT, dest.get(), info.get(), &jobId, "Print Image", count,
-                        options) > IPP_STATUS_OK_CONFLICTING ||
+  const std::string title = copy ? copy->name : "Print Image";
+  if (cupsCreateDestJob(CUPS_HTTP_DEFAULT, dest.get(), info.get(), &jobId, title.c_str(), count, options) >
+          IPP_STATUS_OK_CONFLICTING ||
       jobId <= 0)
     return kPrintDocumentStart;
+  if (copy && copy->made) copy->made(jobId);  // before the page: a job with a page is always found again
   if (cupsStartDestDocument(CUPS_HTTP_DEFAULT, dest.get(), info.get(), jobId, "Print Image",
                             CUPS_FORMAT_PDF, 0, nullptr, 1) != HTTP_STATUS_CONTINUE ||
       cupsWriteRequestData(CUPS_HTTP_DEFAULT, pdf.data(), pdf.size()) != HTTP_STATUS_CONTINUE ||
@@ -313,57 +253,12 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
     return kPrintDocumentStart;
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(jobWaitTiming().settleMs));
-  return cancelIfTimedOut(WaitForJobCompletion(name.c_str(), jobId), name, jobId,
+  return cancelIfTimedOut(WaitForJobCompletion(name.c_str(), jobId, copy), name, jobId,
                           [&]() -> std::string {
                             if (cupsCancelDestJob(CUPS_HTTP_DEFAULT, dest.get(), jobId) == IPP_STATUS_OK)
                               return "";
                             return cupsLastErrorString();
                           });
-}
-
-std::int32_t PrinterManager::WaitForJobCompletion(PrinterHandle printer, std::int32_t jobId) {
-  const std::string name = printer;
-  bool unreachable = false;  // said once per wait
-  return waitForJob(
-      [&]() -> std::optional<std::int32_t> {
-        CupsJobView view;
-        ipp_t* jobRequest = ippNewRequest(IPP_OP_GET_JOB_ATTRIBUTES);
-        ippAddString(jobRequest, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
-                     printerUri(name).c_str());
-        ippAddInteger(jobRequest, IPP_TAG_OPERATION, IPP_TAG_INTEGER, "job-id", jobId);
-        Ipp job(cupsDoRequest(CUPS_HTTP_DEFAULT, jobRequest, "/"));
-        if (cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND) {
-          logLine(KPS_TAG_PRINTER, __LINE__,
-                  "GetJob failed: job might have been deleted or finished. Error code:",
-                  static_cast<std::uint32_t>(cupsLastError()));
-          view.known = false;
-        } else if (!job && cupsLastError() == IPP_STATUS_ERROR_SERVICE_UNAVAILABLE) {
-          // A scheduler restarting keeps its jobs and runs them again: ask again until the limit.
-          if (!unreachable)
-            std::cerr << "GetJob: the scheduler cannot be reached, asking again: " << cupsLastErrorString()
-                      << std::endl;
-          unreachable = true;
-          return std::nullopt;
-        } else if (!job || cupsLastError() > IPP_STATUS_OK_CONFLICTING) {
-          std::cerr << "GetJob failed. Error code: " << cupsLastError() << std::endl;
-          return kPrintNotPrinter;
-        } else {
-          view.state = static_cast<ipp_jstate_t>(
-              ippGetInteger(ippFindAttribute(job.get(), "job-state", IPP_TAG_ENUM), 0));
-          view.jobReasons = keywords(job.get(), "job-state-reasons");
-        }
-        ipp_t* printerRequest = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
-        ippAddString(printerRequest, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr,
-                     printerUri(name).c_str());
-        Ipp state(cupsDoRequest(CUPS_HTTP_DEFAULT, printerRequest, "/"));
-        if (state) {
-          if (ipp_attribute_t* attr = ippFindAttribute(state.get(), "printer-state", IPP_TAG_ENUM))
-            view.printerState = static_cast<ipp_pstate_t>(ippGetInteger(attr, 0));
-          view.printerReasons = keywords(state.get(), "printer-state-reasons");
-        }
-        return resultForCupsJob(view);
-      },
-      systemJobWaitClock(), jobWaitTiming());
 }
 
 }  // namespace kps

@@ -62,18 +62,21 @@ bool has(const std::vector<std::string>& reasons, const std::string& prefix) {
 
 }  // namespace
 
-std::optional<std::int32_t> resultForCupsJob(const CupsJobView& job) {
-  if (!job.known || job.state == IPP_JSTATE_COMPLETED) return 0;
-  if (job.state == IPP_JSTATE_CANCELED || job.state == IPP_JSTATE_ABORTED) return -1;
-  if (job.state == IPP_JSTATE_STOPPED && has(job.jobReasons, "job-completed-with-errors")) return -1;
-  if (job.printerState == IPP_PSTATE_STOPPED || has(job.printerReasons, "offline") ||
-      has(job.printerReasons, "paused"))
-    return -2;
-  if (has(job.printerReasons, "media-empty") || has(job.printerReasons, "media-needed") ||
-      has(job.jobReasons, "media-empty") || has(job.jobReasons, "media-needed"))
-    return -3;
+JobLook lookFromCupsJob(const CupsJobView& job) {
+  JobLook look;
+  look.printer.known = true;
+  look.printer.conditions = conditionsFromIpp(job.printerState, job.printerReasons, job.printerAccepting);
+  if (job.state == IPP_JSTATE_HELD) addHeldJob(look.printer.conditions);
+  if (!job.known || job.state == IPP_JSTATE_COMPLETED) look.ended = 0;
+  else if (job.state == IPP_JSTATE_CANCELED || job.state == IPP_JSTATE_ABORTED) look.ended = -1;
+  else if (job.state == IPP_JSTATE_STOPPED && has(job.jobReasons, "job-completed-with-errors")) look.ended = -1;
+  else if (job.printerState == IPP_PSTATE_STOPPED || has(job.printerReasons, "offline") || has(job.printerReasons, "paused"))
+    look.fault = -2;
+  else if (has(job.printerReasons, "media-empty") || has(job.printerReasons, "media-needed") ||
+           has(job.jobReasons, "media-empty") || has(job.jobReasons, "media-needed"))
+    look.fault = -3;
   // A held job waits for someone at the PC, as a paused job does on Windows: until the limit.
-  return std::nullopt;
+  return look;
 }
 
 }  // namespace kps

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "printer/PrintDecisions.h"
+
 namespace kps {
 
 // PWG media name for a Windows paper number (DMPAPER_*, plus the kiosk driver's photo sizes).
@@ -27,7 +29,8 @@ struct CupsJobView {
   std::vector<std::string> printerReasons;
 };
 
-// A final result code for the job, or nothing while it is still under way.
-std::optional<std::int32_t> resultForCupsJob(const CupsJobView& job);
+// What a look at the job says: its end, the code its printer's state gives, and the printer's
+// condition with the job's own (a held job).
+JobLook lookFromCupsJob(const CupsJobView& job);
 
 }  // namespace kps

@@ -20,7 +20,9 @@ struct Win32Api {
   decltype(&::SetPrinterA) SetPrinterA = ::SetPrinterA;
   decltype(&::DocumentPropertiesA) DocumentPropertiesA = ::DocumentPropertiesA;
   decltype(&::GetJobA) GetJobA = ::GetJobA;
+  decltype(&::GetJobW) GetJobW = ::GetJobW;
   decltype(&::SetJobW) SetJobW = ::SetJobW;
+  decltype(&::EnumJobsW) EnumJobsW = ::EnumJobsW;
   decltype(&::DeviceCapabilitiesW) DeviceCapabilitiesW = ::DeviceCapabilitiesW;
   decltype(&::CreateDCW) CreateDCW = ::CreateDCW;
   decltype(&::StartDocW) StartDocW = ::StartDocW;

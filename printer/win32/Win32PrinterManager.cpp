@@ -10,6 +10,7 @@
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
 #include "printer/win32/Win32Api.h"
+#include "printer/win32/Win32Handles.h"
 
 using namespace Gdiplus;
 
@@ -21,29 +22,6 @@ Win32Api& win32Api() {
 }
 
 namespace {
-
-Win32Api& api() { return win32Api(); }
-
-// Owners of what a copy takes, each released through the table on every path.
-struct GlobalFreer {
-  void operator()(void* memory) const { GlobalFree(memory); }
-};
-template <typename T>
-using GlobalMemory = std::unique_ptr<T, GlobalFreer>;
-struct PrinterCloser {
-  void operator()(HANDLE printer) const { api().ClosePrinter(printer); }
-};
-using Printer = std::unique_ptr<void, PrinterCloser>;
-struct DcDeleter {
-  void operator()(HDC dc) const { api().DeleteDC(dc); }
-};
-using DeviceContext = std::unique_ptr<std::remove_pointer_t<HDC>, DcDeleter>;
-struct ImageDisposer {
-  void operator()(GpImage* image) const { api().GdipDisposeImage(image); }
-};
-struct GraphicsDeleter {
-  void operator()(GpGraphics* graphics) const { api().GdipDeleteGraphics(graphics); }
-};
 
 // GDI+ for one copy. Declared before every GDI+ object of the copy, so that it is shut down
 // after all of them, on every path; a copy that printed leaves it started, as the service has
@@ -67,8 +45,6 @@ class GdiplusSession {
   bool started_ = false;
   bool keep_ = false;
 };
-
-constexpr DWORD kEnumFlags = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;  // 6
 
 }  // namespace
 
@@ -96,7 +72,19 @@ std::vector<std::wstring> PrinterManager::EnumeratePrinters() {
 
 namespace {
 
-// Every printer's level-2 record, or nothing with `failed` set.
+std::vector<std::string> capability(const std::wstring& name, const wchar_t* port, WORD which) {
+  const int count = api().DeviceCapabilitiesW(name.c_str(), port, which, nullptr, nullptr);
+  std::vector<std::string> values;
+  if (count <= 0) return values;
+  std::vector<WORD> numbers(static_cast<std::size_t>(count));
+  const int got = api().DeviceCapabilitiesW(name.c_str(), port, which,
+                                            reinterpret_cast<LPWSTR>(numbers.data()), nullptr);
+  for (int i = 0; i < got && i < count; ++i) values.push_back(std::to_string(numbers[i]));
+  return values;
+}
+
+}  // namespace
+
 std::vector<BYTE> printerRecords(DWORD& count, bool& failed) {
   DWORD needed = 0;
   count = 0;
@@ -110,18 +98,19 @@ std::vector<BYTE> printerRecords(DWORD& count, bool& failed) {
   return buffer;
 }
 
-std::vector<std::string> capability(const std::wstring& name, const wchar_t* port, WORD which) {
-  const int count = api().DeviceCapabilitiesW(name.c_str(), port, which, nullptr, nullptr);
-  std::vector<std::string> values;
-  if (count <= 0) return values;
-  std::vector<WORD> numbers(static_cast<std::size_t>(count));
-  const int got = api().DeviceCapabilitiesW(name.c_str(), port, which,
-                                            reinterpret_cast<LPWSTR>(numbers.data()), nullptr);
-  for (int i = 0; i < got && i < count; ++i) values.push_back(std::to_string(numbers[i]));
-  return values;
+Printer openMatchingPrinter(const std::wstring& target, std::wstring& fullName) {
+  DWORD count = 0;
+  bool failed = false;
+  const std::vector<BYTE> buffer = printerRecords(count, failed);
+  const auto* records = reinterpret_cast<const PRINTER_INFO_2W*>(buffer.data());
+  std::vector<std::wstring> names;
+  for (DWORD i = 0; i < count; ++i) names.emplace_back(records[i].pPrinterName ? records[i].pPrinterName : L"");
+  fullName = matchPrinter(names, target);
+  HANDLE opened = nullptr;
+  PRINTER_DEFAULTSW defaults{nullptr, nullptr, PRINTER_ACCESS_USE};
+  if (fullName.empty() || !api().OpenPrinterW(const_cast<LPWSTR>(fullName.c_str()), &opened, &defaults)) return nullptr;
+  return Printer(opened);
 }
-
-}  // namespace
 
 std::vector<InstalledPrinter> PrinterManager::InstalledPrinters(bool& failed) {
   DWORD count = 0;
@@ -283,7 +272,7 @@ std::int32_t PrinterManager::SetPrintParams(const std::wstring& printerName,
 }
 
 std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const std::wstring& path,
-                                        const std::string& type) {
+                                        const std::string& type, CopyJob* copy) {
   std::wstring fullName;
   const auto size = prepareCopy(printerName, type, fullName);
   if (!size) return kPrintNotPrinter;
@@ -310,8 +299,10 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   if (!dc) return kPrintDeviceContext;
   DOCINFOW document{};
   document.cbSize = sizeof document;
-  document.lpszDocName = L"Print Image";
+  const std::wstring title = utf8ToWide(copy ? copy->name : "Print Image");
+  document.lpszDocName = title.c_str();
   const int jobId = api().StartDocW(dc.get(), &document);
+  if (jobId > 0 && copy && copy->made) copy->made(jobId);  // before the page: a job with a page is always found again
   if (jobId <= 0 || api().StartPage(dc.get()) <= 0) return kPrintDocumentStart;  // no EndDoc
   GpGraphics* made = nullptr;
   api().GdipCreateFromHDC(dc.get(), &made);
@@ -323,44 +314,12 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   if (!drawn) return kPrintDrawing;
   Sleep(jobWaitTiming().settleMs);
   gdiplus.keepStarted();
-  return cancelIfTimedOut(WaitForJobCompletion(printer.get(), jobId), wideToUtf8(fullName), jobId,
+  return cancelIfTimedOut(WaitForJobCompletion(printer.get(), jobId, copy), wideToUtf8(fullName), jobId,
                           [&]() -> std::string {
                             if (api().SetJobW(printer.get(), jobId, 0, nullptr, JOB_CONTROL_DELETE))
                               return "";
                             return "SetJob error " + std::to_string(GetLastError());
                           });
-}
-
-std::int32_t PrinterManager::WaitForJobCompletion(PrinterHandle printer, std::int32_t jobId) {
-  return waitForJob(
-      [&]() -> std::optional<std::int32_t> {
-        DWORD needed = 0;
-        if (!api().GetJobA(printer, jobId, 1, nullptr, 0, &needed)) {
-          const DWORD error = GetLastError();
-          if (error != ERROR_INSUFFICIENT_BUFFER) {
-            if (error == ERROR_INVALID_PARAMETER || error == ERROR_INVALID_HANDLE) {
-              logLine(KPS_TAG_PRINTER, __LINE__,
-                      "GetJob failed: job might have been deleted or finished. Error code:",
-                      static_cast<std::uint32_t>(error));
-              return 0;
-            }
-            std::cerr << "GetJob failed. Error code: " << error << std::endl;
-            return -1;
-          }
-        }
-        std::unique_ptr<BYTE[]> buffer(new (std::nothrow) BYTE[needed ? needed : 1]);
-        if (!buffer) {
-          std::cerr << "Memory allocation failed" << std::endl;
-          return -1;
-        }
-        if (!api().GetJobA(printer, jobId, 1, buffer.get(), needed, &needed)) {
-          const DWORD error = GetLastError();
-          std::cerr << "GetJob failed (2). Error code: " << error << std::endl;
-          return (error == ERROR_INVALID_PARAMETER || error == ERROR_INVALID_HANDLE) ? 0 : -1;
-        }
-        return resultForJobStatus(reinterpret_cast<const JOB_INFO_1A*>(buffer.get())->Status);
-      },
-      systemJobWaitClock(), jobWaitTiming());
 }
 
 }  // namespace kps

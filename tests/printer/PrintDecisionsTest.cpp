@@ -73,16 +73,55 @@ TEST(JobWait, PollsOnceASecondUntilAFinalCodeOrTheLimit) {
   FakeClock fake{0xFFFFFFFFu - 30000};  // the tick counter wraps half-way through
   int queries = 0;
   OutputWatcher log;
-  EXPECT_EQ(waitForJob([&]() -> std::optional<std::int32_t> { ++queries; return std::nullopt; }, fake.clock(), timing), -7);
+  EXPECT_EQ(waitForJob([&] { ++queries; return JobLook{}; }, fake.clock(), timing), -7);
   EXPECT_EQ(queries, 60);
   EXPECT_NE(log.text().find("] WaitForJobCompletion timed out.\n"), std::string::npos);
 
-  std::deque<std::optional<std::int32_t>> answers = {std::nullopt, std::nullopt, -3};
+  std::deque<JobLook> answers = {{}, {}, {std::nullopt, -3, {}}};
   FakeClock other{5};
   queries = 0;
   EXPECT_EQ(waitForJob([&] { ++queries; auto a = answers.front(); answers.pop_front(); return a; }, other.clock(), timing), -3);
   EXPECT_EQ(queries, 3);
   EXPECT_EQ(other.now, 2005u);
+}
+
+// [WaitForPrinter]: a look that finds the printer needing a person ends the wait with the job
+// left waiting, the code it would have given kept; the minute counts only the looks that found
+// nothing wrong, carried from one wait to the next; the job's own end ends it at once.
+TEST(JobWait, ACopyWaitingForAPersonCountsOnlyTheQuietTime) {
+  const JobWaitTiming timing{1000, 1000, 60000};
+  PrinterState outOfPaper;
+  outOfPaper.conditions = {{Condition::MediaEmpty, Severity::Error}};
+  PrinterState low;
+  low.conditions = {{Condition::MediaLow, Severity::Warning}};
+  struct Row {
+    const char* name;
+    std::uint32_t quietBefore;
+    std::vector<JobLook> looks;  // the last one repeats
+    std::int32_t code;
+    std::uint32_t quietAfter;
+    std::int32_t fault;
+  };
+  const Row rows[] = {
+      {"out of paper at the first look", 0, {{std::nullopt, -3, outOfPaper}}, kPrintWaiting, 0, -3},
+      {"out of paper after 20 quiet seconds", 0, {{}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {std::nullopt, -3, outOfPaper}},
+       kPrintWaiting, 20000, -3},
+      {"back, and 40 more quiet seconds to the minute", 20000, {{}}, -7, 60000, 0},
+      {"a low supply is nothing wrong", 58000, {{std::nullopt, std::nullopt, low}}, -7, 60000, 0},
+      {"printed while the printer reports a fault", 0, {{0, -3, outOfPaper}}, 0, 0, 0},
+      {"cancelled at the PC", 59000, {{-1, std::nullopt, {}}}, -1, 59000, 0},
+  };
+  for (const Row& row : rows) {
+    CopyJob copy;
+    copy.waitForPerson = true;
+    copy.quietMs = row.quietBefore;
+    FakeClock clock{100};
+    std::size_t next = 0;
+    const auto look = [&] { return row.looks[std::min(next++, row.looks.size() - 1)]; };
+    EXPECT_EQ(waitForJob(look, clock.clock(), timing, &copy), row.code) << row.name;
+    EXPECT_EQ(copy.quietMs, row.quietAfter) << row.name;
+    EXPECT_EQ(copy.fault, row.fault) << row.name;
+  }
 }
 
 TEST(WideText, Utf8RoundTripAndRepair) {

@@ -1,12 +1,16 @@
-// The print run's row outcomes over a real store file, with a scripted printer.
+// The print run's row outcomes over a real store file, with a scripted spooler: the copies'
+// codes, the jobs found again after a stop, and copies that wait for a person at the printer.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <deque>
 #include <functional>
 
 #include "base/Utf8.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
 #include "store/Database.h"
+#include "store/PrinterWait.h"
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/SqliteFile.h"
 #include "tests/support/TempDir.h"
@@ -14,25 +18,67 @@
 namespace kps {
 namespace {
 
-// Called for every copy in place of a spooler layer, which this program does not link.
-std::function<std::int32_t(const std::wstring& printer, const std::wstring& path, const std::string& type)>
-    scriptedPrintImage;
+using namespace std::chrono_literals;
+
+// What the scripted spooler answers in place of a spooler layer, which this program does not
+// link; each call it gets is noted.
+struct Spooler {
+  std::function<std::int32_t(const std::wstring& printer, const std::wstring& path, const std::string& type, CopyJob* copy)>
+      print;
+  std::deque<std::int32_t> jobIds;  // the id each new job gets (0: it fails before the spooler has it)
+  std::function<std::int32_t(CopyJob& copy)> follow = [](CopyJob&) { return 0; };
+  PrinterState state;  // before a copy
+  std::vector<std::string> calls;
+};
+Spooler spooler;
 
 }  // namespace
 
-std::int32_t PrinterManager::PrintImage(const std::wstring& printer, const std::wstring& path, const std::string& type) {
-  return scriptedPrintImage(printer, path, type);
+std::int32_t PrinterManager::PrintImage(const std::wstring& printer, const std::wstring& path, const std::string& type,
+                                        CopyJob* copy) {
+  const std::int32_t id = spooler.jobIds.empty() ? 0 : spooler.jobIds.front();
+  if (!spooler.jobIds.empty()) spooler.jobIds.pop_front();
+  spooler.calls.push_back("print " + (copy ? copy->name : std::string("?")));
+  if (copy && id > 0) copy->jobId = id, copy->made(id);
+  return spooler.print(printer, path, type, copy);
+}
+std::int32_t PrinterManager::FollowJob(const std::wstring&, CopyJob& copy) {
+  spooler.calls.push_back("follow " + copy.name + " #" + std::to_string(copy.jobId));
+  return spooler.follow(copy);
+}
+PrinterState PrinterManager::ReadPrinterState(const std::wstring&) { return spooler.state; }
+std::string PrinterManager::CancelJob(const std::wstring&, std::int32_t jobId) {
+  spooler.calls.push_back("cancel #" + std::to_string(jobId));
+  return "";
+}
+bool PrinterManager::ResumePrinter(const std::wstring&) {
+  spooler.calls.push_back("resume");
+  return true;
+}
+bool PrinterManager::ReleaseJob(const std::wstring&, std::int32_t jobId) {
+  spooler.calls.push_back("release #" + std::to_string(jobId));
+  return true;
 }
 
 namespace {
 
 class PrintRunTest : public ::testing::Test {
  protected:
-  void SetUp() override { PrinterSettings.printerName = "Studio Printer"; }
-  void TearDown() override { scriptedPrintImage = nullptr; }
+  void SetUp() override {
+    PrinterSettings.printerName = "Studio Printer";
+    spooler = Spooler{};
+    store.printerWait().clock = [this] { return now; };
+  }
+  void TearDown() override { PrinterSettings.waitForPrinterMinutes = 0; }
+  // The copies of an order in table jobs: "copy:jobId:result", '-' for NULL.
+  std::string copies(const std::string& uuid) {
+    return file.scalar("SELECT group_concat(copy||':'||ifnull(jobId,'-')||':'||ifnull(result,'-'), ' ') FROM "
+                       "(SELECT * FROM jobs WHERE uuid='" + uuid + "' ORDER BY copy)");
+  }
   TempDir dir;
   Database store{dir.file("PrintData.db")};
   SqliteFile file{dir.file("PrintData.db")};
+  std::chrono::steady_clock::time_point now{};
 };
 
 TEST_F(PrintRunTest, RowOutcomesCopyByCopy) {
@@ -62,7 +108,7 @@ TEST_F(PrintRunTest, RowOutcomesCopyByCopy) {
     SCOPED_TRACE(c.name);
     ASSERT_TRUE(store.insertOrder("local", "O", c.name, "/pics/a.jpg", 0, c.copies, "frames"));
     std::size_t next = 0;
-    scriptedPrintImage = [&](const std::wstring& printer, const std::wstring& path, const std::string& type) {
+    spooler.print = [&](const std::wstring& printer, const std::wstring& path, const std::string& type, CopyJob*) {
       EXPECT_EQ(printer + L"|" + path + L"|" + utf8ToWide(type), L"Studio Printer|/pics/a.jpg|frames");
       return next < c.codes.size() ? c.codes[next++] : 999;
     };
@@ -78,6 +124,8 @@ TEST_F(PrintRunTest, RowOutcomesCopyByCopy) {
     if (c.closingLine) {
       EXPECT_NE(out.find(std::string("] ") + c.closingLine + "\n"), std::string::npos) << out;
     }
+    // Every copy made is recorded with its end: none is left for a later run.
+    EXPECT_EQ(file.scalar("SELECT count(*) FROM jobs WHERE uuid='" + std::string(c.name) + "' AND result IS NULL"), "0");
     ASSERT_TRUE(file.exec("DELETE FROM local"));  // the next case's run sees only its own order
   }
 }
@@ -86,7 +134,7 @@ TEST_F(PrintRunTest, StateAfterTheSecondOfThreeCopiesAndTheLines) {
   ASSERT_TRUE(store.insertOrder("local", "O", "T", "p.jpg", 0, 3, "postcards"));
   int copy = 0;
   std::string beforeThird;
-  scriptedPrintImage = [&](const std::wstring&, const std::wstring&, const std::string&) {
+  spooler.print = [&](const std::wstring&, const std::wstring&, const std::string&, CopyJob*) {
     if (++copy == 3) beforeThird = file.order("T");
     return copy == 1 ? -2 : 0;
   };
@@ -109,7 +157,7 @@ TEST_F(PrintRunTest, WithdrawnAndIncompleteRowsAreNeverPrinted) {
                         "('O', 'empty-delete', 'p.jpg', 0, '', 1, 'Other Printer', 'frames'), "
                         "('O', 'no-type', 'p.jpg', 0, NULL, 1, NULL, NULL)"));
   std::vector<std::wstring> printed;
-  scriptedPrintImage = [&](const std::wstring& printer, const std::wstring&, const std::string&) {
+  spooler.print = [&](const std::wstring& printer, const std::wstring&, const std::string&, CopyJob*) {
     printed.push_back(printer);
     return 0;
   };
@@ -121,6 +169,127 @@ TEST_F(PrintRunTest, WithdrawnAndIncompleteRowsAreNeverPrinted) {
   EXPECT_EQ(file.order("empty-delete"), "2|1|-");
   EXPECT_EQ(file.order("no-type"), "0|-|-");
   EXPECT_NE(log.text().find("order skipped, NULL uuid, path or type: no-type"), std::string::npos);
+}
+
+// The service stopped with copies at the spooler (a power cut): a copy whose job was made is
+// followed, not made again; one that was being made is looked for and made when the spooler
+// never had it; the copies not made yet are made; those that ended count as they ended. An
+// order printed by an older version, which recorded no copies, is left as it is.
+TEST_F(PrintRunTest, AStoppedServicesCopiesAreFollowedAndTheRestMade) {
+  struct Row {
+    const char* name;
+    int status, copies;
+    std::string copiesBefore;  // "copy,jobId,result" rows of table jobs
+    std::int32_t followed;     // what the spooler says of the job followed
+    std::string row, calls, copiesAfter;
+  };
+  const Row rows[] = {
+      {"one copy at the spooler", 0, 1, "(1, 7, NULL)", 0, "2|1|-", "follow Print Image T 1/1 #7", "1:7:0"},
+      {"the second of three at the spooler", 2, 3, "(1, 5, 0), (2, 6, NULL), (3, NULL, NULL)", 0, "2|3|-",
+       "follow Print Image T 2/3 #6, print Print Image T 3/3", "1:5:0 2:6:0 3:9:0"},
+      {"being made, never at the spooler", 0, 1, "(1, 0, NULL)", kPrintNoJob, "2|1|-",
+       "follow Print Image T 1/1 #0, print Print Image T 1/1", "1:9:0"},
+      {"its job failed at the spooler", 0, 1, "(1, 7, NULL)", -1, "4|-|IPP_JOB_HELD_NOT_PRINTER", "follow Print Image T 1/1 #7",
+       "1:7:-1"},
+      {"the first of two failed before the stop", 4, 2, "(1, NULL, -6), (2, NULL, NULL)", 0, "5|1|IPP_JOB_ABORTED",
+       "print Print Image T 2/2", "1:-:-6 2:9:0"},
+      {"printed by an older version", 2, 3, "", 0, "2|1|-", "", "NULL"},
+  };
+  spooler.print = [](const std::wstring&, const std::wstring&, const std::string&, CopyJob*) { return 0; };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    ASSERT_TRUE(file.exec("DELETE FROM local; DELETE FROM jobs;"));
+    ASSERT_TRUE(store.insertOrder("local", "O", "T", "p.jpg", row.status, row.copies, "postcards"));
+    ASSERT_TRUE(file.exec("UPDATE local SET completedNumber = 1, failReason = " +
+                          std::string(row.status == 4 ? "'IPP_JOB_ABORTED'" : "NULL") + " WHERE status != 0"));
+    if (!row.copiesBefore.empty()) {
+      ASSERT_TRUE(file.exec("INSERT INTO jobs (uuid, copy, jobId, result, name) SELECT 'T', column1, column2, column3, "
+                            "'Print Image T ' || column1 || '/" + std::to_string(row.copies) + "' FROM (VALUES " +
+                            row.copiesBefore + ")"));
+    }
+    spooler.calls.clear();
+    spooler.jobIds = {9};
+    spooler.follow = [&](CopyJob&) { return row.followed; };
+    store.printPendingOrders();
+    EXPECT_EQ(file.order("T"), row.row);
+    std::string calls;
+    for (const auto& call : spooler.calls) calls += (calls.empty() ? "" : ", ") + call;
+    EXPECT_EQ(calls, row.calls);
+    EXPECT_EQ(copies("T"), row.copiesAfter);
+    EXPECT_FALSE(store.waitingForPrinter());
+  }
+}
+
+// [WaitForPrinter]: a printer that needs a person gets no new job and the order stays pending,
+// said once; a job the printer stops on waits at the spooler, its queue given back to its driver
+// at most once a minute; when the printer is back the copy prints once; after the minutes the
+// copy fails as it would have without waiting, its job cancelled first.
+TEST_F(PrintRunTest, ACopyWaitsForAPersonThenPrintsOnceOrFailsWithNothingLeft) {
+  PrinterSettings.waitForPrinterMinutes = 10;
+  const auto state = [](std::vector<Condition> conditions) {
+    PrinterState s;
+    s.known = true;
+    for (Condition c : conditions) s.conditions.push_back({c, Severity::Error});
+    return s;
+  };
+  const auto run = [&](std::chrono::seconds later) {
+    now += later;
+    spooler.calls.clear();
+    store.printPendingOrders();
+    std::string calls;
+    for (const auto& call : spooler.calls) calls += (calls.empty() ? "" : ", ") + call;
+    return calls;
+  };
+  std::int32_t printed = 0;
+  spooler.print = [&](const std::wstring&, const std::wstring&, const std::string&, CopyJob* copy) {
+    if (copy->jobId == 11) {  // the job the printer stops on: paper out, the driver stops its queue
+      copy->seen = state({Condition::MediaEmpty, Condition::StoppedByDriver});
+      copy->fault = -2;
+      return kPrintWaiting;
+    }
+    return ++printed, 0;
+  };
+  OutputWatcher log;
+
+  // Out of paper before the order: no job, and the order waits.
+  ASSERT_TRUE(store.insertOrder("local", "O", "A", "a.jpg", 0, 1, "postcards"));
+  spooler.state = state({Condition::MediaEmpty});
+  EXPECT_EQ(run(0s), "");
+  EXPECT_TRUE(store.waitingForPrinter());
+  EXPECT_EQ(run(10s), "");
+  EXPECT_EQ(file.order("A"), "0|-|-");
+  EXPECT_EQ(count(log.text(), "] printer needs a person: out of paper (media-empty)\n"), 1u);
+  spooler.state = state({});
+  spooler.jobIds = {10};
+  EXPECT_EQ(run(10s), "print Print Image A 1/1");
+  EXPECT_EQ(file.order("A"), "2|1|-");
+  EXPECT_FALSE(store.waitingForPrinter());
+  EXPECT_EQ(count(log.text(), "] printer is back, printing again\n"), 1u);
+
+  // The paper runs out on the job: it waits at the spooler; the stopped queue is given back to
+  // the driver at once and then once a minute; after ten minutes the job is cancelled.
+  ASSERT_TRUE(store.insertOrder("local", "O", "B", "b.jpg", 0, 1, "postcards"));
+  spooler.jobIds = {11};
+  spooler.follow = [&](CopyJob& copy) {
+    copy.seen = state({Condition::MediaEmpty, Condition::StoppedByDriver});
+    copy.fault = -2;
+    return kPrintWaiting;
+  };
+  EXPECT_EQ(run(0s), "print Print Image B 1/1, resume, release #11");
+  EXPECT_EQ(run(10s), "follow Print Image B 1/1 #11");
+  EXPECT_EQ(run(51s), "follow Print Image B 1/1 #11, resume, release #11");
+  EXPECT_EQ(file.order("B"), "0|-|-");
+  EXPECT_EQ(run(10min), "follow Print Image B 1/1 #11, cancel #11");
+  EXPECT_EQ(file.order("B"), "4|-|IPP_JOB_FILE_NOT_EXIST");
+  EXPECT_NE(log.text().find("] printer needed a person too long, its job cancelled: Print Image B 1/1\n"), std::string::npos);
+
+  // Still needing a person past the minutes, a copy fails at once, with no job: an operator's
+  // pause, which stays paused, is a printer that matches nothing.
+  spooler.state = state({Condition::PausedByOperator});
+  ASSERT_TRUE(store.insertOrder("local", "O", "C", "c.jpg", 0, 1, "postcards"));
+  EXPECT_EQ(run(0s), "");
+  EXPECT_EQ(file.order("C"), "4|-|IPP_JOB_HELD_NOT_PRINTER");
+  EXPECT_EQ(printed, 1);
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(DatabaseOpen, FreshFileGetsBothTablesInWalModeAndAKeptOneIsLeftAlone) {
+TEST(DatabaseOpen, FreshFileGetsItsTablesInWalModeAndAKeptOneIsLeftAlone) {
   TempDir dir;
   const std::string create = "(orderNo TEXT NOT NULL, uuid TEXT PRIMARY KEY NOT NULL, path TEXT NOT NULL, status "
                              "INTEGER NOT NULL, syncTime TEXT, updateTime TEXT, printerName TEXT DEFAULT 'EPSON "
@@ -30,6 +30,10 @@ TEST(DatabaseOpen, FreshFileGetsBothTablesInWalModeAndAKeptOneIsLeftAlone) {
   EXPECT_EQ(file.scalar("SELECT sql FROM sqlite_master WHERE name='local'"), "CREATE TABLE local " + create);
   EXPECT_EQ(file.scalar("SELECT sql FROM sqlite_master WHERE name='remote'"), "CREATE TABLE remote " + create);
   EXPECT_EQ(file.scalar("PRAGMA journal_mode"), "wal");
+  // The copies the print run makes, in a table of their own: the orders table keeps its columns.
+  EXPECT_EQ(file.scalar("SELECT sql FROM sqlite_master WHERE name='jobs'"),
+            "CREATE TABLE jobs (uuid TEXT NOT NULL, copy INTEGER NOT NULL, name TEXT NOT NULL, jobId INTEGER, "
+            "result INTEGER, PRIMARY KEY (uuid, copy))");
 
   TempDir other;
   SqliteFile foreign(other.file("PrintData.db"));
@@ -38,7 +42,7 @@ TEST(DatabaseOpen, FreshFileGetsBothTablesInWalModeAndAKeptOneIsLeftAlone) {
   { Database store(other.file("PrintData.db")); }
   EXPECT_NE(testing::internal::GetCapturedStderr().find("Failed to create index: "), std::string::npos);
   EXPECT_EQ(foreign.scalar("SELECT other FROM local"), "kept");
-  EXPECT_EQ(foreign.scalar("SELECT count(*) FROM sqlite_master WHERE type='table'"), "2");
+  EXPECT_EQ(foreign.scalar("SELECT count(*) FROM sqlite_master WHERE type='table'"), "3");
 }
 
 TEST(DatabaseOpen, CreatesMissingFoldersWithEitherSeparator) {
