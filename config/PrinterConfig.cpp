@@ -61,6 +61,8 @@ const std::vector<ConfigSetting>& configSettings() {
       {"StatusFile", "path", &V::StatusFilePath, nullptr, 0, true},
       {"TimedOutJobs", "value", &V::TimedOutJobs, nullptr, 0, true},
       {"WaitForPrinter", "minutes", nullptr, &V::WaitForPrinterMinutes, 0, true},
+      {"MediaLow", "prints", nullptr, &V::MediaLowPrints, 0, true},
+      {"MetricsFile", "path", &V::MetricsFilePath, nullptr, 0, true},
   };
   return settings;
 }

@@ -29,6 +29,8 @@ struct PrinterConfigValues {
   std::string StatusFilePath;             // opt-in [StatusFile]; empty: none
   std::string TimedOutJobs;               // opt-in; "cancel": a timed-out job is cancelled
   std::int32_t WaitForPrinterMinutes = 0;  // opt-in [WaitForPrinter]; 0: copies never wait for a person
+  std::int32_t MediaLowPrints = 0;         // opt-in [MediaLow]; 0: the driver's own low mark only
+  std::string MetricsFilePath;             // opt-in [MetricsFile]; empty: none
 };
 
 // One setting of config.ini: its section and key, and where its value goes.

@@ -34,6 +34,8 @@ std::string shown(const ConfigSetting& setting, const PrinterConfigValues& value
   if (section == "Paperffder1") return text + " (read, not used)";
   if (section == "LogFile") return value > 0 ? text + " days" : "14 days (the default)";
   if (section == "environment") return text + (value == 0 ? " (the test backend)" : " (production)");
+  if (section == "MediaLow")
+    return value > 0 ? text + " (media is low at that many prints left)" : text + " (the driver's own low mark)";
   if (section == "WaitForPrinter")
     return value > 0 ? text + " (a copy waits that long for a printer that needs a person)"
                      : text + " (a printer that needs a person fails its copies)";

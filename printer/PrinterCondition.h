@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,14 @@ struct ConditionSeen {
   }
 };
 
+// The media a printer has loaded, as its driver reports it.
+struct MediaReport {
+  std::string name;                             // the driver's name for it ("4x6"); "" when it gives none
+  std::optional<std::int32_t> remainingPrints;  // none: unknown
+  std::optional<std::int32_t> levelPercent;     // none: unknown
+  bool low = false;                             // the driver's own low mark, where it only knows percent
+};
+
 // What one look at a printer (and, during a copy, at its job) found.
 struct PrinterState {
   bool known = false;  // the spooler answered and has the printer
@@ -50,6 +59,7 @@ struct PrinterState {
   // printer. Otherwise they may be what the last job left (a CUPS queue keeps its driver's last
   // words until the next job).
   bool current = true;
+  std::optional<MediaReport> media;  // none: the driver says nothing of its media
 
   bool has(Condition condition) const;
   // Some condition stops printing until someone comes: any error but a low supply, and a printer
@@ -60,6 +70,8 @@ struct PrinterState {
   // A new job would only wait: a queue a person or a driver stopped, or one that refuses jobs,
   // always; a fault of the printer's own only while it is current.
   bool blocksNewJob() const;
+  // Known, and nothing stops printing.
+  bool ready() const { return known && !needsPerson(); }
 };
 
 // CUPS: the printer's state (3 idle, 4 processing, 5 stopped), printer-state-reasons and
