@@ -1,5 +1,6 @@
 // `--check`, the printer: the one the configured name selects by the service's own rule, whether
-// it takes jobs, and whether its driver offers each product type's paper and the paper source.
+// it takes jobs, its condition and media, and whether its driver offers each product type's paper
+// and the paper source.
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
+#include "upkeep/PrinterWatch.h"
 
 namespace kps::ops {
 
@@ -66,6 +68,13 @@ void checkPrinter(CheckReport& report, const PrinterConfigValues& config) {
     report.fail(what, "matches no installed printer; installed: " + joined(names));
     return;
   }
+  // Its condition and media, as the upkeep reads them.
+  PrinterState state = manager.ReadPrinterState(chosen);
+  markMediaLow(state, config.MediaLowPrints);
+  const PrinterLine condition = describePrinter(state);
+  if (condition.verdict == PrinterLine::Verdict::Ok) report.ok("printer condition", condition.text);
+  else if (condition.verdict == PrinterLine::Verdict::Warn) report.warn("printer condition", condition.text);
+  else report.fail("printer condition", condition.text);
   const auto found = std::find_if(installed.begin(), installed.end(),
                                   [&](const InstalledPrinter& p) { return p.name == chosen; });
   if (found != installed.end() && !found->ready) {

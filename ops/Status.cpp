@@ -1,7 +1,8 @@
 // `--status`: the kiosk's health for a person or a monitoring tool, read from the store through
-// a read-only connection of its own, safe while the service runs. Exit code: 0 healthy; 1 when
-// something waits too long (a pending order, a final order not reported, a stale status file);
-// 2 when the store cannot be read.
+// a read-only connection of its own, safe while the service runs, and the printer's condition.
+// Exit code: 0 healthy; 1 when something waits too long (a pending order, a final order not
+// reported, a stale status file) or the printer needs a person or its media is low; 2 when the
+// store cannot be read.
 #include <chrono>
 #include <ctime>
 #include <filesystem>
@@ -15,7 +16,9 @@
 #include "base/Log.h"
 #include "ops/Commands.h"
 #include "ops/Words.h"
+#include "printer/PrinterManager.h"
 #include "store/StoreReader.h"
+#include "upkeep/PrinterWatch.h"
 
 namespace kps::ops {
 
@@ -99,7 +102,15 @@ int runStatus(std::ostream& out) {
       << (std::stoll(orders[0][0]) > kNewestOrders ? ", of the newest " + std::to_string(kNewestOrders) + " orders" : "")
       << std::endl;
 
-  const std::string statusFile = readOptionalSettings("./config.ini").StatusFilePath;
+  const PrinterConfigValues settings = readOptionalSettings("./config.ini");
+  PrinterState printer = PrinterManager().ReadPrinterState(utf8ToWide(settings.PrinterName));
+  markMediaLow(printer, settings.MediaLowPrints);
+  const PrinterLine condition = describePrinter(printer);
+  out << "printer " << (printer.known ? printer.name : settings.PrinterName) << ": " << condition.text << std::endl;
+  if (printer.needsPerson()) attention.push_back("the printer needs a person: " + printer.needsPersonText());
+  else if (printer.has(Condition::MediaLow)) attention.push_back("the printer's " + condition.text);
+
+  const std::string statusFile = settings.StatusFilePath;
   if (!statusFile.empty()) {
     const auto age = secondsSince(toPath(statusFile));
     std::ifstream in(toPath(statusFile), std::ios::binary);

@@ -53,6 +53,7 @@ struct MediaReport {
 // What one look at a printer (and, during a copy, at its job) found.
 struct PrinterState {
   bool known = false;  // the spooler answered and has the printer
+  std::string name;    // the installed printer's full name
   std::vector<ConditionSeen> conditions;
   std::string message;  // the spooler's own words, where it has any
   // The printer's own faults are its state now: a job despools, and the spooler hears from the

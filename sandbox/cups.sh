@@ -10,7 +10,8 @@
 # "kps-file" (fast, file:///dev/null), "kps-script" (backend DIR/serverbin/backend/kps-script,
 # whose behaviour is read from DIR/script-mode: ok, media-empty, media-empty-stop,
 # media-empty-hold, offline, fail, stop, hang; a waiting mode ends when the file says ok again
-# or DIR/release-JOB exists, and each job that came out is a line, its id, in DIR/pages); both
+# or DIR/release-JOB exists, and each job that came out is a line, its id, in DIR/pages; with a
+# count in DIR/media-left it reports the prints left and runs out at 0); both
 # with the virtual printer's paper (its PPD, kept as DIR/photo.ppd);
 # "kps-ds620" and "kps-cp1300": Gutenprint's drivers for the DNP DS620 and the Canon SELPHY
 # CP1300 (dye-sublimation photo printers), each running its whole filter chain into a file,
@@ -71,6 +72,20 @@ cat > "$dir/serverbin/backend/kps-script" <<SCRIPT
 [ \$# -eq 0 ] && { echo 'direct kps-script "Unknown" "kps test backend"'; exit 0; }
 mode=\$(cat "$dir/script-mode" 2>/dev/null || echo ok)
 echo "STATE: -media-empty-error,offline-report" >&2
+# With DIR/media-left (a count), the prints left as a dye-sub driver reports them after every
+# job, and out of paper at 0 until the count is raised (a refill).
+left() { cat "$dir/media-left" 2>/dev/null; }
+report() {
+  n=\$(left)
+  [ -n "\$n" ] && echo "ATTR: marker-names=Ribbon marker-types=ribbonWax marker-levels=\$((n * 100 / 400)) marker-low-levels=10 marker-message='\$n native prints remaining on 4x6 media'" >&2
+  return 0
+}
+report
+if [ "\$(left)" = 0 ]; then
+  echo "STATE: +media-empty-error" >&2
+  while [ "\$(left)" = 0 ] && [ ! -e "$dir/release-\$1" ]; do sleep 0.2; done
+  echo "STATE: -media-empty-error" >&2
+fi
 # Out of paper the ways dye-sub drivers are: keep the job processing until the paper is back
 # (media-empty), stop the queue (media-empty-stop) or hold the job (media-empty-hold); the
 # scheduler runs the job again once the queue is resumed or the job released.
@@ -92,6 +107,9 @@ done
 echo "STATE: -media-empty-error,offline-report" >&2
 cat > /dev/null
 echo "\$1" >> "$dir/pages"
+n=\$(left)
+[ -n "\$n" ] && [ "\$n" -gt 0 ] && echo \$((n - 1)) > "$dir/media-left"
+report
 exit 0
 SCRIPT
 chmod 755 "$dir/serverbin/backend/kps-script"

@@ -28,6 +28,7 @@
 #include "store/Database.h"
 #include "store/Runtime.h"
 #include "upkeep/PictureRetention.h"
+#include "upkeep/PrinterWatch.h"
 #include "upkeep/StatusFile.h"
 
 #ifdef _WIN32
@@ -112,12 +113,14 @@ void syncLoop() {
   const std::int32_t retentionDays = optIn.PictureRetentionDays;
   kps::logLine(KPS_TAG_TASK, __LINE__, "url : ", url);
   kps::RetentionSweep retention;
+  // The printer as the upkeep last read it: asked at most once a minute, whoever writes.
+  kps::PrinterWatch printer(optIn.PrinterName, optIn.MediaLowPrints);
   // Opt-in, as retention: without [StatusFile] nothing of it runs.
   std::unique_ptr<kps::StatusFile> status;
   if (!optIn.StatusFilePath.empty()) {
     const std::string problem = kps::statusFileProblem(optIn.StatusFilePath, optIn.LogFolder);
     if (problem.empty())
-      status = std::make_unique<kps::StatusFile>(optIn.StatusFilePath, optIn.PrinterName);
+      status = std::make_unique<kps::StatusFile>(optIn.StatusFilePath, printer);
     else
       kps::logLine(KPS_TAG_TASK, __LINE__, "[StatusFile] path refused, no status file is written: ", problem);
   }

@@ -9,10 +9,30 @@
 namespace kps {
 
 void markMediaLow(PrinterState& state, std::int32_t lowPrints) {
-  if (!state.media || state.has(Condition::MediaLow)) return;
+  // Empty is not low: the condition says so already.
+  if (!state.media || state.has(Condition::MediaLow) || state.has(Condition::MediaEmpty) ||
+      state.has(Condition::MarkerSupplyEmpty))
+    return;
   const MediaReport& media = *state.media;
   const bool low = media.remainingPrints ? lowPrints > 0 && *media.remainingPrints <= lowPrints : media.low;
   if (low) state.conditions.push_back({Condition::MediaLow, Severity::Warning});
+}
+
+PrinterLine describePrinter(const PrinterState& state) {
+  using Verdict = PrinterLine::Verdict;
+  if (!state.known) return {Verdict::Fail, "not found"};
+  if (state.needsPerson()) return {Verdict::Fail, "needs a person: " + state.needsPersonText()};
+  std::string media;
+  if (state.media && state.media->remainingPrints) {
+    const std::int32_t prints = *state.media->remainingPrints;
+    media = std::to_string(prints) + (prints == 1 ? " print" : " prints") + " remaining" +
+            (state.media->name.empty() ? "" : " on " + state.media->name + " media");
+  } else if (state.media && state.media->levelPercent) {
+    media = (state.media->name.empty() ? std::string("media") : state.media->name) + " at " +
+            std::to_string(*state.media->levelPercent) + " %";
+  }
+  if (state.has(Condition::MediaLow)) return {Verdict::Warn, "media low" + (media.empty() ? "" : ": " + media)};
+  return {Verdict::Ok, "ready" + (media.empty() ? "" : ", " + media)};
 }
 
 PrinterWatch::PrinterWatch(std::string printerName, std::int32_t mediaLowPrints, Read read)

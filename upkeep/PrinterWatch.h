@@ -37,4 +37,13 @@ class PrinterWatch {
 // low mark. Adds the media-low condition (a warning) to the state.
 void markMediaLow(PrinterState& state, std::int32_t lowPrints);
 
+// The printer's condition and media in one line, for --check and --status alike: "ready, 37
+// prints remaining on 4x6 media"; "needs a person: out of paper (media-empty)"; "media low: 12
+// prints remaining on 4x6 media"; "not found".
+struct PrinterLine {
+  enum class Verdict { Ok, Warn, Fail } verdict;
+  std::string text;
+};
+PrinterLine describePrinter(const PrinterState& state);
+
 }  // namespace kps

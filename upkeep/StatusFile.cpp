@@ -8,7 +8,7 @@
 #include "base/Log.h"
 #include "base/OwnFiles.h"
 #include "Deployment.h"
-#include "printer/PrinterManager.h"
+#include "upkeep/PrinterWatch.h"
 #include "store/StoreReader.h"
 
 namespace kps {
@@ -42,8 +42,8 @@ std::string statusFileProblem(const std::string& path, const std::string& logFol
   return own.owns(own.absolute(path)) ? path + " is one of the service's own files" : "";
 }
 
-StatusFile::StatusFile(std::string path, std::string printerName, std::string storePath)
-    : path_(std::move(path)), printerName_(std::move(printerName)), storePath_(std::move(storePath)) {}
+StatusFile::StatusFile(std::string path, PrinterWatch& printer, std::string storePath)
+    : path_(std::move(path)), printer_(printer), storePath_(std::move(storePath)) {}
 
 void StatusFile::writeIfDue(std::time_t now, std::chrono::steady_clock::time_point tick) {
   using namespace std::chrono_literals;
@@ -51,12 +51,12 @@ void StatusFile::writeIfDue(std::time_t now, std::chrono::steady_clock::time_poi
   if (!runEnded && lastWrite_ && tick - *lastWrite_ < 60s) return;
   lastWrite_ = tick;
   std::error_code error;
-  if (replaceFile(path_, render(now), error) || (lastFailureLine_ && tick - *lastFailureLine_ < 1h)) return;
+  if (replaceFile(path_, render(now, tick), error) || (lastFailureLine_ && tick - *lastFailureLine_ < 1h)) return;
   lastFailureLine_ = tick;
   logLine(KPS_TAG_TASK, __LINE__, "status file cannot be written: ", path_ + ": " + error.message());
 }
 
-std::string StatusFile::render(std::time_t now) {
+std::string StatusFile::render(std::time_t now, std::chrono::steady_clock::time_point tick) {
   rapidjson::StringBuffer text;
   Writer json(text);
   json.StartObject();
@@ -65,10 +65,19 @@ std::string StatusFile::render(std::time_t now) {
   exchange(json, "lastPoll", Health::instance().lastPoll(), false);
   exchange(json, "lastSync", Health::instance().lastSync(), true);
 
-  const std::wstring printer = PrinterManager().FindPrinter(utf8ToWide(printerName_));
+  const PrinterState& printer = printer_.state(tick);
+  const auto optionalText = [&](const std::string& text) { text.empty() ? json.Null() : json.String(text.c_str()); };
   json.Key("printer"), json.StartObject();
-  json.Key("name"), printer.empty() ? json.Null() : json.String(wideToUtf8(printer).c_str());
-  json.Key("ready"), json.Bool(!printer.empty());
+  json.Key("name"), optionalText(printer.known ? printer.name : "");
+  json.Key("ready"), json.Bool(printer.ready());
+  json.Key("conditions"), json.StartArray();
+  for (const ConditionSeen& seen : printer.conditions) json.String(conditionWord(seen.condition));
+  json.EndArray();
+  json.Key("message"), optionalText(printer.message);
+  json.Key("media"), optionalText(printer.media ? printer.media->name : "");
+  json.Key("remainingPrints");
+  if (printer.media && printer.media->remainingPrints) json.Int(*printer.media->remainingPrints);
+  else json.Null();
   json.EndObject();
 
   if (!store_ || !store_->opened()) store_ = std::make_unique<StoreReader>(storePath_);

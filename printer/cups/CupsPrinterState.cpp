@@ -1,6 +1,7 @@
 // PrinterManager on CUPS, the printer's condition: read before a copy, and a queue its driver
 // stopped given back to it.
 #include "base/Utf8.h"
+#include "printer/MediaReport.h"
 #include "printer/PrinterManager.h"
 #include "printer/cups/CupsRequests.h"
 
@@ -13,9 +14,11 @@ PrinterState PrinterManager::ReadPrinterState(const std::wstring& printerName) {
   const PrinterAnswer answer = askPrinter(queue);
   state.known = answer.answered;
   if (!answer.answered) return state;
+  state.name = queue;
   state.conditions = conditionsFromIpp(answer.state, answer.reasons, answer.accepting);
   state.message = answer.message;
   state.current = answer.state != IPP_PSTATE_IDLE;
+  state.media = mediaFromMarkers(answer.markerNames, answer.markerLevels, answer.markerLowLevels, answer.markerMessage);
   return state;
 }
 

@@ -68,8 +68,10 @@ std::string queueFor(const std::wstring& target) {
 }
 
 PrinterAnswer askPrinter(const std::string& queue) {
-  static const char* const wanted[] = {"printer-state", "printer-state-reasons", "printer-state-message",
-                                       "printer-is-accepting-jobs"};
+  // Never `all`: CUPS 2.4 answers printer-supply-description twice.
+  static const char* const wanted[] = {"printer-state",     "printer-state-reasons", "printer-state-message",
+                                       "printer-is-accepting-jobs", "marker-names", "marker-levels",
+                                       "marker-low-levels", "marker-message"};
   ipp_t* request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, printerUri(queue).c_str());
   ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes",
@@ -85,6 +87,17 @@ PrinterAnswer askPrinter(const std::string& queue) {
     answer.accepting = ippGetBoolean(attr, 0) != 0;
   const auto message = keywords(response.get(), "printer-state-message");
   if (!message.empty()) answer.message = message.front();
+  answer.markerNames = keywords(response.get(), "marker-names");
+  const auto integers = [&](const char* name) {
+    std::vector<int> values;
+    if (ipp_attribute_t* attr = ippFindAttribute(response.get(), name, IPP_TAG_INTEGER))
+      for (int i = 0; i < ippGetCount(attr); ++i) values.push_back(ippGetInteger(attr, i));
+    return values;
+  };
+  answer.markerLevels = integers("marker-levels");
+  answer.markerLowLevels = integers("marker-low-levels");
+  const auto markerMessage = keywords(response.get(), "marker-message");
+  if (!markerMessage.empty()) answer.markerMessage = markerMessage.front();
   return answer;
 }
 

@@ -35,6 +35,9 @@ struct PrinterAnswer {
   std::vector<std::string> reasons;
   bool accepting = true;
   std::string message;
+  std::vector<std::string> markerNames;
+  std::vector<int> markerLevels, markerLowLevels;
+  std::string markerMessage;
 };
 PrinterAnswer askPrinter(const std::string& queue);
 

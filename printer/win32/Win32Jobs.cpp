@@ -145,6 +145,7 @@ PrinterState PrinterManager::ReadPrinterState(const std::wstring& printerName) {
   for (DWORD i = 0; i < count; ++i)
     if (!found.empty() && names[i] == found) {
       state.known = true;
+      state.name = wideToUtf8(found);
       state.conditions = conditionsFromSpooler(records[i].Status, records[i].Attributes, 0, records[i].cJobs > 0);
     }
   return state;

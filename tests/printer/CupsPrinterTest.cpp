@@ -316,6 +316,38 @@ TEST_F(CupsPrinterTest, DyeSubDriversPrintEachProductOnTheirOwnPaperOrNotAtAll) 
   }
 }
 
+// A dye-sub driver reports the prints left after every job: read with the printer's condition,
+// one fewer each print, and out of paper at none.
+TEST_F(CupsPrinterTest, PrintsLeftGoDownByOneAndRunOutAtNone) {
+  const std::string picture = dir.file("photo.jpg");
+  ASSERT_TRUE(writeTestJpeg(picture, 40, 60));
+  cups->setMediaLeft(2);
+  for (const int left : {1, 0}) {
+    ASSERT_EQ(manager.PrintImage(L"kps-script", utf8ToWide(picture), "postcards"), 0);
+    PrinterState state;
+    ASSERT_TRUE(waitUntil([&] {
+      state = manager.ReadPrinterState(L"kps-script");
+      return state.media && state.media->remainingPrints == left;
+    }, 10s)) << left;
+    EXPECT_EQ(state.media->name, "4x6");
+    EXPECT_EQ(state.media->levelPercent, left * 100 / 400);
+    EXPECT_TRUE(state.ready());
+  }
+  // Without [WaitForPrinter] the copy fails as paper out; its job prints once the roll is new.
+  jobWaitTiming().limitMs = 60000;
+  EXPECT_EQ(manager.PrintImage(L"kps-script", utf8ToWide(picture), "postcards"), -3);
+  const PrinterState state = manager.ReadPrinterState(L"kps-script");
+  EXPECT_TRUE(state.has(Condition::MediaEmpty));
+  EXPECT_FALSE(state.ready());
+  EXPECT_EQ(state.needsPersonText(), "out of paper (media-empty)");
+  cups->setMediaLeft(400);  // a new roll
+  EXPECT_TRUE(waitUntil([&] {
+    const PrinterState now = manager.ReadPrinterState(L"kps-script");
+    return now.media && now.media->remainingPrints == 399 && now.ready();
+  }, 20s));
+  cups->setMediaLeft(-1);
+}
+
 // The driver's paper for a size, at the edges of the rule: a printable area at least the size
 // (a hundredth of a millimetre short is rounding), at most 4 mm more on each edge, the smallest
 // of those, the first of equals; a plain page before any cut or composite one.

@@ -1,6 +1,7 @@
 // The printer's condition in one vocabulary: what each spooler reports, and whether it needs a
 // person. Also built into the Windows tests, where the spooler's bits are the platform's own.
 #include "printer/PrinterCondition.h"
+#include "printer/MediaReport.h"
 
 #include <gtest/gtest.h>
 
@@ -57,6 +58,16 @@ TEST(PrinterCondition, FromTheSchedulersReasons) {
     EXPECT_EQ(words(seen), expected) << state << " " << all;
     EXPECT_EQ(needsPerson(seen), needs) << state << " " << all;
   }
+  // Before a copy: a queue's stop always blocks a new job; a printer's own fault only while it
+  // is current: an idle queue's fault is what its last job's driver said.
+  const std::tuple<int, std::vector<std::string>, bool> before[] = {
+      {3, {"media-empty-error"}, false}, {4, {"media-empty-error"}, true}, {5, {"paused"}, true}, {3, {"none"}, false}};
+  for (const auto& [printerState, reasons, blocks] : before) {
+    PrinterState state;
+    state.conditions = conditionsFromIpp(printerState, reasons, true);
+    state.current = printerState != 3;
+    EXPECT_EQ(state.blocksNewJob(), blocks) << printerState << " " << reasons.front();
+  }
   // A held job: its driver's, beside a fault; someone's at the PC otherwise.
   auto held = conditionsFromIpp(4, {"media-empty-error"}, true);
   addHeldJob(held);
@@ -93,6 +104,38 @@ TEST(PrinterCondition, FromTheSpoolersBits) {
     const auto seen = conditionsFromSpooler(status, attributes, job, despooling);
     EXPECT_EQ(words(seen), expected) << std::hex << status << " " << attributes << " " << job << " " << despooling;
     EXPECT_EQ(needsPerson(seen), needs) << std::hex << status << " " << attributes << " " << job;
+  }
+}
+
+// The media as drivers report it: the prints left and the media's name from a dye-sub driver's
+// message, a level in percent (or, past 100, in prints), -1/-2/-3 unknown, the driver's low mark.
+TEST(PrinterCondition, MediaFromTheMarkers) {
+  struct Row {
+    std::vector<std::string> names;
+    std::vector<int> levels, low;
+    const char* message;
+    const char* expected;  // "name|prints|percent|low", '-' for unknown; "none" for no media
+  };
+  const Row rows[] = {
+      {{"Ribbon"}, {9}, {}, "37 native prints remaining on 4x6 media", "4x6|37|9|0"},
+      {{"Ribbon"}, {9}, {10}, "", "Ribbon|-|9|1"},
+      {{"Ribbon"}, {11}, {10}, "", "Ribbon|-|11|0"},
+      {{"Ribbon"}, {-1}, {}, "", "Ribbon|-|-|0"},
+      {{"Ribbon"}, {-2}, {}, "", "Ribbon|-|-|0"},
+      {{"Ribbon"}, {-3}, {10}, "", "Ribbon|-|-|0"},
+      {{"Media"}, {650}, {}, "", "Media|650|-|0"},
+      {{}, {}, {}, "1 print remaining", "|1|-|0"},
+      {{"Ribbon"}, {0}, {}, "0 native prints remaining on 5x7 media", "5x7|0|0|0"},
+      {{"Ink"}, {40}, {}, "Ink low", "Ink|-|40|0"},
+      {{}, {}, {}, "", "none"},
+  };
+  for (const Row& row : rows) {
+    const auto media = mediaFromMarkers(row.names, row.levels, row.low, row.message);
+    const auto text = [](const std::optional<std::int32_t>& n) { return n ? std::to_string(*n) : std::string("-"); };
+    const std::string seen = media ? media->name + "|" + text(media->remainingPrints) + "|" + text(media->levelPercent) + "|" +
+                                         (media->low ? "1" : "0")
+                                   : "none";
+    EXPECT_EQ(seen, row.expected) << row.message;
   }
 }
 

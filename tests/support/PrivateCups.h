@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cups/cups.h>
+#include <sys/stat.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -26,6 +28,15 @@ class PrivateCups {
   ~PrivateCups() { sh(script_ + " stop " + state_.path()); }
 
   void setScriptMode(const std::string& mode) const { state_.write("script-mode", mode + "\n"); }
+  // kps-script's prints left, reported after every job, out of paper at 0; -1: none reported.
+  void setMediaLeft(int prints) const {
+    if (prints < 0) {
+      std::remove(state_.file("media-left").c_str());
+      return;
+    }
+    state_.write("media-left", std::to_string(prints) + "\n");
+    ::chmod(state_.file("media-left").c_str(), 0666);  // the backend runs as lp
+  }
   // The jobs of kps-script whose page came out, in order.
   std::string pages() const { return state_.read("pages"); }
   // Stops the scheduler alone and starts it again; it keeps its jobs.
