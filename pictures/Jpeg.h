@@ -10,9 +10,10 @@
 
 namespace kps {
 
-// The JPEG at `file` area averaged to at most `most` pixels. Null when it is not a whole
-// picture (an error, or data that ends before its last row) or memory ran short.
-CairoSurface decodeJpeg(std::FILE* file, const PixelSize& most);
+// The JPEG at `file`, whose header read `header`, area averaged to at most `most` pixels. Null
+// when it is not a whole picture (an error, or data that ends before its last row), memory ran
+// short, or what libjpeg reads of it is refused: then `refusal` says why, before a row is decoded.
+CairoSurface decodeJpeg(std::FILE* file, const PictureHeader& header, const PixelSize& most, std::string& refusal);
 
 // An RGB24 surface as a JPEG file of this quality (1-100); empty when memory ran short.
 std::string encodeJpeg(cairo_surface_t* surface, int quality);

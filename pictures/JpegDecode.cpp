@@ -36,12 +36,25 @@ struct Decompressor {
   Decompressor& operator=(const Decompressor&) = delete;
 };
 
-bool start(Decompressor& d, std::FILE* file, const PixelSize& most) {
+// What libjpeg read of the picture, judged as its header was: the header may have been read
+// from other bytes than these (the file written over in place since).
+std::string refusalOf(const jpeg_decompress_struct& info, const PictureHeader& header) {
+  PictureHeader read;
+  read.format = PictureFormat::Jpeg;
+  read.width = info.image_width, read.height = info.image_height;
+  const std::string refusal = pictureRefusal(read);
+  return refusal.empty() ? decodedSizeRefusal(header, read.width, read.height) : refusal;
+}
+
+// False when the picture cannot be decoded; `refusal` says why when it may not be.
+bool start(Decompressor& d, std::FILE* file, const PictureHeader& header, const PixelSize& most, std::string& refusal) {
   if (setjmp(d.error.jump)) return false;
   jpeg_create_decompress(&d.info);
   d.info.mem->max_memory_to_use = kMostDecoderMemory;
   jpeg_stdio_src(&d.info, file);
   jpeg_read_header(&d.info, TRUE);
+  refusal = refusalOf(d.info, header);
+  if (!refusal.empty()) return false;
   const bool cmyk = d.info.jpeg_color_space == JCS_CMYK || d.info.jpeg_color_space == JCS_YCCK;
   d.info.out_color_space = cmyk ? JCS_CMYK : JCS_RGB;
   d.info.scale_denom = 8;
@@ -50,7 +63,8 @@ bool start(Decompressor& d, std::FILE* file, const PixelSize& most) {
     if (d.info.output_width >= most.width && d.info.output_height >= most.height) break;
   }
   jpeg_start_decompress(&d.info);
-  return true;
+  refusal = decodedSizeRefusal(header, d.info.output_width, d.info.output_height);
+  return refusal.empty();
 }
 
 // CMYK as Adobe's programs write it (inverted, and marked so) or as the standard says.
@@ -87,9 +101,9 @@ bool readRows(Decompressor& d, AreaScaler& scaler) {
 
 }  // namespace
 
-CairoSurface decodeJpeg(std::FILE* file, const PixelSize& most) {
+CairoSurface decodeJpeg(std::FILE* file, const PictureHeader& header, const PixelSize& most, std::string& refusal) {
   Decompressor d;
-  if (!start(d, file, most)) return nullptr;
+  if (!start(d, file, header, most, refusal)) return nullptr;
   AreaScaler scaler(d.info.output_width, d.info.output_height, std::min(most.width, d.info.output_width),
                     std::min(most.height, d.info.output_height));
   if (cairo_surface_status(scaler.surface()) != CAIRO_STATUS_SUCCESS || !readRows(d, scaler) || !scaler.done())

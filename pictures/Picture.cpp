@@ -21,10 +21,8 @@ struct ObjectUnref {
 // stop (a size of 0 is gdk-pixbuf's word for that), whatever the header said. Nothing here may
 // throw: it runs inside GLib.
 void onSizePrepared(GdkPixbufLoader* loader, gint width, gint height, gpointer) {
-  const bool within = width > 0 && height > 0 && static_cast<std::uint32_t>(width) <= kMostPictureEdge &&
-                      static_cast<std::uint32_t>(height) <= kMostPictureEdge &&
-                      std::uint64_t(width) * std::uint64_t(height) <= kMostPicturePixels;
-  if (!within) gdk_pixbuf_loader_set_size(loader, 0, 0);
+  if (width <= 0 || height <= 0 || !withinPixelBudget(std::uint64_t(width), std::uint64_t(height)))
+    gdk_pixbuf_loader_set_size(loader, 0, 0);
 }
 
 struct ErrorFreer {
@@ -103,11 +101,14 @@ std::string wholeFile(std::FILE* file, const PictureHeader& header) {
 
 }  // namespace
 
-std::optional<Picture> decodePicture(std::FILE* file, const PictureHeader& header, const PixelSize& most) {
+std::optional<Picture> decodePicture(std::FILE* file, const PictureHeader& header, const PixelSize& most,
+                                     const std::string& path) {
   try {
     Picture picture;
-    picture.surface = header.format == PictureFormat::Jpeg ? decodeJpeg(file, most)
+    std::string refusal;
+    picture.surface = header.format == PictureFormat::Jpeg ? decodeJpeg(file, header, most, refusal)
                                                            : decodeWithPixbuf(file, header.format, most);
+    if (!refusal.empty()) logPictureRefusal(refusal, path);
     if (!picture.surface) return std::nullopt;
     const bool scaled = static_cast<std::uint32_t>(cairo_image_surface_get_width(picture.surface.get())) !=
                             header.width ||

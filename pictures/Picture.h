@@ -21,9 +21,11 @@ struct Picture {
   CairoSurface surface;
 };
 
-// Decodes a picture opened by openPicture to no more than `most` pixels across and down (area
-// averaged), and never more than it has. Empty when it is not a whole picture of its format or
-// memory ran short: nothing a picture holds ends the process.
-std::optional<Picture> decodePicture(std::FILE* file, const PictureHeader& header, const PixelSize& most);
+// Decodes a picture opened by openPicture from `path` to no more than `most` pixels across and
+// down (area averaged), and never more than it has. Empty when it is not a whole picture of its
+// format, memory ran short, or what its decoder reads is refused (with openPicture's line):
+// nothing a picture holds ends the process.
+std::optional<Picture> decodePicture(std::FILE* file, const PictureHeader& header, const PixelSize& most,
+                                     const std::string& path);
 
 }  // namespace kps

@@ -32,14 +32,34 @@ PictureHeader readPictureHeader(std::FILE* file) {
   return header;
 }
 
+bool withinPixelBudget(std::uint64_t width, std::uint64_t height) {
+  return width * height <= kMostPicturePixels && width <= kMostPictureEdge && height <= kMostPictureEdge;
+}
+
+namespace {
+
+std::string sizeText(std::uint32_t width, std::uint32_t height) {
+  return std::to_string(width) + " x " + std::to_string(height);
+}
+
+}  // namespace
+
 std::string pictureRefusal(const PictureHeader& header) {
   if (header.format == PictureFormat::Other) return "not a JPEG, PNG, BMP, GIF or TIFF picture";
   if (header.width == 0 || header.height == 0) return "its size cannot be read from its header";
-  const std::uint64_t pixels = std::uint64_t{header.width} * header.height;
-  if (pixels > kMostPicturePixels || header.width > kMostPictureEdge || header.height > kMostPictureEdge)
-    return std::to_string(header.width) + " x " + std::to_string(header.height) +
-           " pixels, more than the 100 MP or 20000 pixels a side a print takes";
+  if (!withinPixelBudget(header.width, header.height))
+    return sizeText(header.width, header.height) + " pixels, more than the 100 MP or 20000 pixels a side a print takes";
   return "";
+}
+
+std::string decodedSizeRefusal(const PictureHeader& header, std::uint32_t width, std::uint32_t height) {
+  if (width <= header.width && height <= header.height) return "";
+  return "its decoder reads " + sizeText(width, height) + " pixels, more than the " + sizeText(header.width, header.height) +
+         " of its header";
+}
+
+void logPictureRefusal(const std::string& why, const std::string& path) {
+  logLine(KPS_TAG_PRINTER, __LINE__, ("picture refused, " + why + ": ").c_str(), path);
 }
 
 FilePtr openPicture(const std::string& path, PictureHeader& header) {
@@ -48,7 +68,7 @@ FilePtr openPicture(const std::string& path, PictureHeader& header) {
   header = readPictureHeader(file.get());
   const std::string refusal = pictureRefusal(header);
   if (!refusal.empty()) {
-    logLine(KPS_TAG_PRINTER, __LINE__, ("picture refused, " + refusal + ": ").c_str(), path);
+    logPictureRefusal(refusal, path);
     return nullptr;
   }
   std::rewind(file.get());

@@ -30,8 +30,18 @@ inline constexpr std::uint32_t kMostPictureEdge = 20000;
 // Reads the header from the file's start; the file's position is left anywhere.
 PictureHeader readPictureHeader(std::FILE* file);
 
+// Whether width x height pixels are within both bounds above.
+bool withinPixelBudget(std::uint64_t width, std::uint64_t height);
+
 // Why a picture with this header is not decoded, or "" when it may be.
 std::string pictureRefusal(const PictureHeader& header);
+
+// Why a picture whose decoder reads width x height is not decoded, or "" when it may be: the
+// decoder's reading counts, and what the header allowed bounds it.
+std::string decodedSizeRefusal(const PictureHeader& header, std::uint32_t width, std::uint32_t height);
+
+// The one line of a refused picture: "picture refused, WHY: PATH".
+void logPictureRefusal(const std::string& why, const std::string& path);
 
 // The copy's picture, opened for decoding: a regular file whose header names a format the
 // service prints, within the budget. Null when the file cannot be opened, and then also with

@@ -225,7 +225,7 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   const cups_size_t& page = media->paper->paper.size;
   // Only the pixels the printer can put on the drawn rectangle are decoded.
   const Resolution dpi = queueResolution(dest.get(), info.get());
-  const auto picture = decodePicture(file.get(), header, pixelsToDecode(header, *size, dpi.x, dpi.y));
+  const auto picture = decodePicture(file.get(), header, pixelsToDecode(header, *size, dpi.x, dpi.y), wideToUtf8(path));
   if (!picture) return kPrintPictureLoad;
   std::int32_t code = kPrintOk;
   const std::string pdf = renderPage(*picture, page, *size, code);

@@ -2,6 +2,7 @@
 // reading on Linux and, under Wine, on Windows.
 #include "pictures/PictureHeader.h"
 #include "pictures/PictureSize.h"
+#include "tests/pictures/JpegBytes.h"
 
 #include <gtest/gtest.h>
 
@@ -21,20 +22,10 @@
 namespace kps {
 namespace {
 
-std::string be16(unsigned v) { return {char(v >> 8), char(v)}; }
 std::string le16(unsigned v) { return {char(v), char(v >> 8)}; }
 std::string be32(unsigned v) { return be16(v >> 16) + be16(v & 0xFFFF); }
 std::string le32(unsigned v) { return le16(v & 0xFFFF) + le16(v >> 16); }
 
-std::string segment(unsigned char marker, const std::string& payload) {
-  return std::string("\xFF") + char(marker) + be16(static_cast<unsigned>(payload.size()) + 2) + payload;
-}
-std::string frame(unsigned char marker, int precision, unsigned width, unsigned height, int components) {
-  return segment(marker, std::string(1, char(precision)) + be16(height) + be16(width) + char(components) +
-                             std::string(3 * components, '\x11'));
-}
-const std::string kSoi = "\xFF\xD8";
-const std::string kApp0 = segment(0xE0, std::string("JFIF\0\1\1\0\0\1\0\1\0\0", 14));
 const std::string kExif = segment(0xE1, "Exif" + std::string(40000, 'x'));  // a camera's 40 KB of metadata
 
 std::string png(unsigned width, unsigned height) {
@@ -77,20 +68,44 @@ TEST(PictureHeader, FormatAndSizeFromTheFirstBytesAndWhatIsRefused) {
   const char* const kOther = "not a JPEG, PNG, BMP, GIF or TIFF picture";
   const char* const kNoSize = "its size cannot be read from its header";
   const Row rows[] = {
-      {"baseline JPEG after its metadata", kSoi + kApp0 + kExif + frame(0xC0, 8, 4000, 3000, 3), PictureFormat::Jpeg, 4000, 3000, true, ""},
-      {"progressive JPEG, fill bytes before a marker", kSoi + "\xFF\xFF" + kApp0 + frame(0xC2, 8, 8000, 6000, 3), PictureFormat::Jpeg, 8000, 6000, true, ""},
-      {"grey JPEG", kSoi + frame(0xC0, 8, 640, 480, 1), PictureFormat::Jpeg, 640, 480, true, ""},
-      {"CMYK JPEG", kSoi + kApp0 + frame(0xC0, 8, 640, 480, 4), PictureFormat::Jpeg, 640, 480, false, ""},
-      {"12-bit JPEG", kSoi + frame(0xC1, 12, 640, 480, 3), PictureFormat::Jpeg, 640, 480, false, ""},
-      {"lossless JPEG", kSoi + frame(0xC3, 8, 640, 480, 3), PictureFormat::Jpeg, 640, 480, false, ""},
-      {"JPEG of 10000 x 10000: the budget itself", kSoi + frame(0xC0, 8, 10000, 10000, 3), PictureFormat::Jpeg, 10000, 10000, true, ""},
-      {"JPEG of 10000 x 10001", kSoi + frame(0xC0, 8, 10000, 10001, 3), PictureFormat::Jpeg, 10000, 10001, true,
+      {"baseline JPEG after its metadata", kSoi + kApp0 + kExif + frame(0xC0, 8, 4000, 3000, k444), PictureFormat::Jpeg, 4000, 3000, true, ""},
+      {"progressive JPEG, fill bytes before a marker", kSoi + "\xFF\xFF" + kApp0 + frame(0xC2, 8, 8000, 6000, k444), PictureFormat::Jpeg, 8000, 6000, true, ""},
+      {"grey JPEG", kSoi + frame(0xC0, 8, 640, 480, kGrey), PictureFormat::Jpeg, 640, 480, true, ""},
+      {"CMYK JPEG", kSoi + kApp0 + frame(0xC0, 8, 640, 480, kCmyk), PictureFormat::Jpeg, 640, 480, false, ""},
+      {"12-bit JPEG", kSoi + frame(0xC1, 12, 640, 480, k444), PictureFormat::Jpeg, 640, 480, false, ""},
+      {"lossless JPEG", kSoi + frame(0xC3, 8, 640, 480, k444), PictureFormat::Jpeg, 640, 480, false, ""},
+      {"JPEG of 10000 x 10000: the budget itself", kSoi + frame(0xC0, 8, 10000, 10000, k444), PictureFormat::Jpeg, 10000, 10000, true, ""},
+      {"JPEG of 10000 x 10001", kSoi + frame(0xC0, 8, 10000, 10001, k444), PictureFormat::Jpeg, 10000, 10001, true,
        "10000 x 10001 pixels, more than the 100 MP or 20000 pixels a side a print takes"},
-      {"JPEG 20001 pixels wide", kSoi + frame(0xC0, 8, 20001, 100, 3), PictureFormat::Jpeg, 20001, 100, true, "20001 x 100 pixels"},
-      {"JPEG whose data starts before a frame header", kSoi + kApp0 + segment(0xDA, "\1\1\0\0\x3F\0") + frame(0xC0, 8, 9, 9, 3),
+      {"JPEG 20001 pixels wide", kSoi + frame(0xC0, 8, 20001, 100, k444), PictureFormat::Jpeg, 20001, 100, true, "20001 x 100 pixels"},
+      {"JPEG whose data starts before a frame header", kSoi + kApp0 + segment(0xDA, "\1\1\0\0\x3F\0") + frame(0xC0, 8, 9, 9, k444),
        PictureFormat::Jpeg, 0, 0, false, kNoSize},
       {"JPEG header only", kSoi + kApp0, PictureFormat::Jpeg, 0, 0, false, kNoSize},
-      {"JPEG with a height to come later", kSoi + frame(0xC0, 8, 640, 0, 3), PictureFormat::Jpeg, 640, 0, true, kNoSize},
+      // Walked as libjpeg walks it: what lies between segments skipped, segments skipped by
+      // their length, whatever they hold.
+      {"JPEG of several APPn and COM segments", kSoi + kApp0 + kExif + segment(0xE2, "ICC_PROFILE" + std::string(3000, '\xFF')) +
+       segment(0xFE, "\xFF\xC0 a comment") + segment(0xED, "Photoshop 3.0") + frame(0xC0, 8, 4000, 3000, k420) + scan(3),
+       PictureFormat::Jpeg, 4000, 3000, true, ""},
+      {"JPEG of a restart interval", kSoi + segment(0xDB, std::string(65, '\1')) + segment(0xDD, be16(64)) + "\xFF\xFF\xFF" +
+       frame(0xC0, 8, 4000, 3000, k420) + scan(3), PictureFormat::Jpeg, 4000, 3000, true, ""},
+      {"JPEG with an EXIF thumbnail", kSoi + segment(0xE1, std::string("Exif\0\0", 6) + kSoi + frame(0xC0, 8, 160, 120, k420) + scan(3) +
+       "\x12\x34\xFF\xD9") + frame(0xC0, 8, 4000, 3000, k420) + scan(3), PictureFormat::Jpeg, 4000, 3000, true, ""},
+      {"JPEG with stray bytes and a stuffed FF 00 between segments", kSoi + kApp0 + std::string("\0\x12\xFF\0", 4) +
+       frame(0xC0, 8, 640, 480, k420) + scan(3), PictureFormat::Jpeg, 640, 480, true, ""},
+      {"JPEG of 24000 x 12000 behind a segment holding a frame of 100 x 100",
+       behindAFakeFrame(kSoi + frame(0xC0, 8, 24000, 12000, k420) + scan(3), 100, 100), PictureFormat::Jpeg, 24000, 12000, true,
+       "24000 x 12000 pixels"},
+      {"JPEG of 24000 x 12000 behind a segment holding a photo's frame",
+       behindAFakeFrame(kSoi + frame(0xC2, 8, 24000, 12000, k420) + scan(1), 4000, 3000), PictureFormat::Jpeg, 24000, 12000, true,
+       "24000 x 12000 pixels"},
+      // What libjpeg stops at: the file is no picture.
+      {"JPEG of two frame headers", kSoi + frame(0xC0, 8, 100, 100, k420) + frame(0xC0, 8, 24000, 12000, k420) + scan(3),
+       PictureFormat::Jpeg, 0, 0, false, kNoSize},
+      {"JPEG of a marker libjpeg does not know", kSoi + segment(0xF0, "xx") + frame(0xC0, 8, 640, 480, k420) + scan(3),
+       PictureFormat::Jpeg, 0, 0, false, kNoSize},
+      {"JPEG of a second start of image", kSoi + kApp0 + kSoi + frame(0xC0, 8, 640, 480, k420) + scan(3), PictureFormat::Jpeg, 0, 0,
+       false, kNoSize},
+      {"JPEG with a height to come later", kSoi + frame(0xC0, 8, 640, 0, k444), PictureFormat::Jpeg, 640, 0, true, kNoSize},
       {"PNG", png(1200, 1800), PictureFormat::Png, 1200, 1800, false, ""},
       {"PNG bomb", png(30000, 30000), PictureFormat::Png, 30000, 30000, false, "30000 x 30000 pixels"},
       {"PNG cut in its header", png(1200, 1800).substr(0, 20), PictureFormat::Png, 0, 0, false, kNoSize},

@@ -15,6 +15,7 @@
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/Shell.h"
 #include "tests/support/TempDir.h"
+#include "tests/pictures/JpegBytes.h"
 
 namespace kps {
 namespace {
@@ -25,7 +26,7 @@ std::optional<Picture> load(const std::string& path, const PixelSize& most = kWh
   PictureHeader header;
   const FilePtr file = openPicture(path, header);
   if (!file) return std::nullopt;
-  return decodePicture(file.get(), header, most);
+  return decodePicture(file.get(), header, most, path);
 }
 
 std::uint32_t at(const Picture& picture, int x, int y) {
@@ -46,6 +47,11 @@ TEST(BadInput, PictureFiles) {
   const std::string bomb = "node " KPS_SOURCE_DIR "/sandbox/picture-bomb.js ";
   const char* const kOther = "not a JPEG, PNG, BMP, GIF or TIFF picture";
   constexpr std::uint32_t kRed = 0xFF0000, kBlue = 0x0000FF;
+  // Files put together from good.jpg: `crafted` and what it is named below.
+  TempDir crafted;
+  ASSERT_TRUE(writeTestJpeg(crafted.file("good.jpg"), 40, 60) && writeTestJpeg(crafted.file("thumb.jpg"), 16, 12));
+  const std::string good = crafted.read("good.jpg"), huge = withFrameSize(good, 24000, 12000);
+  const auto from = [&](const char* name, const std::string& bytes) { return "cp " + crafted.write(name, bytes) + " p.jpg"; };
   const std::tuple<const char*, std::string, std::string, std::uint32_t, std::uint32_t, const char*> cases[] = {
       {"good JPEG", "true", "good.jpg", kRed, kBlue, ""},
       {"progressive JPEG", "convert good.jpg -interlace JPEG p.jpg", "p.jpg", kRed, kBlue, ""},
@@ -65,6 +71,16 @@ TEST(BadInput, PictureFiles) {
       {"progressive JPEG cut before its last scan",
        "convert good.jpg -interlace JPEG x.jpg && head -c $(( $(stat -c %s x.jpg) * 3 / 4 )) x.jpg > p.jpg", "p.jpg", 0, 0, ""},
       {"JPEG header only", "head -c 20 good.jpg > p.jpg", "p.jpg", 0, 0, "its size cannot be read from its header"},
+      {"JPEG with stray bytes and a stuffed FF 00 before its first segment",
+       from("stray.jpg", kSoi + std::string("\0\x12\xFF\0", 4) + good.substr(2)), "p.jpg", kRed, kBlue, ""},
+      {"JPEG with an EXIF thumbnail", from("thumbnail.jpg", kSoi + segment(0xE1, "Exif" + std::string(2, '\0') + crafted.read("thumb.jpg")) +
+       good.substr(2)), "p.jpg", kRed, kBlue, ""},
+      {"JPEG behind a segment holding a frame of 100 x 100", from("behind.jpg", behindAFakeFrame(good, 100, 100)), "p.jpg", kRed,
+       kBlue, ""},
+      {"JPEG of 24000 x 12000 behind a segment holding a frame of 100 x 100",
+       from("huge-behind.jpg", behindAFakeFrame(huge, 100, 100)), "p.jpg", 0, 0, "24000 x 12000 pixels, more than the 100 MP"},
+      {"JPEG of 24000 x 12000 behind a segment holding a photo's frame",
+       from("huge-behind-photo.jpg", behindAFakeFrame(huge, 4000, 3000)), "p.jpg", 0, 0, "24000 x 12000 pixels, more than the 100 MP"},
       {"truncated PNG", "convert good.jpg x.png && head -c 40 x.png > p.png", "p.png", 0, 0, ""},
       {"PNG bomb", bomb + "png 30000 30000 p.png", "p.png", 0, 0, "30000 x 30000 pixels, more than the 100 MP"},
       {"PNG of 100 MP and one row", bomb + "png 10000 10001 p.png", "p.png", 0, 0, "10000 x 10001 pixels, more than"},
@@ -88,17 +104,41 @@ TEST(BadInput, PictureFiles) {
     OutputWatcher log;
     const auto picture = load(dir.file(file));
     const bool loads = left || right;
-    ASSERT_EQ(picture.has_value(), loads);
+    EXPECT_EQ(picture.has_value(), loads);
     const std::string said = log.text();
     if (*refusal) {
       EXPECT_NE(said.find(std::string("] picture refused, ") + refusal), std::string::npos) << said;
     }
     EXPECT_EQ(said.find(": " + dir.file(file) + "\n") != std::string::npos, *refusal != '\0') << said;
-    if (!picture) continue;
+    if (!picture || !loads) continue;
     EXPECT_EQ(cairo_image_surface_get_width(picture->surface.get()), 40);
     EXPECT_EQ(cairo_image_surface_get_height(picture->surface.get()), 60);
     EXPECT_TRUE(near(at(*picture, 0, 0), left)) << std::hex << at(*picture, 0, 0);
     EXPECT_TRUE(near(at(*picture, 39, 59), right)) << std::hex << at(*picture, 39, 59);
+  }
+}
+
+// The size that counts is the one libjpeg reads: a file written over in place after its header
+// was read (the same file, still open) is refused from what libjpeg reads of it, before a row
+// is decoded, with the header's own line.
+TEST(BadInput, AJpegChangedAfterItsHeaderIsJudgedByWhatLibjpegReads) {
+  TempDir dir;
+  ASSERT_TRUE(writeTestJpeg(dir.file("good.jpg"), 40, 60) && writeTestJpeg(dir.file("larger.jpg"), 80, 120));
+  const std::string good = dir.read("good.jpg");
+  const std::pair<std::string, const char*> rows[] = {
+      {withFrameSize(good, 24000, 12000), "24000 x 12000 pixels, more than the 100 MP or 20000 pixels a side a print takes"},
+      {dir.read("larger.jpg"), "its decoder reads 80 x 120 pixels, more than the 40 x 60 of its header"},
+  };
+  for (const auto& [bytes, refusal] : rows) {
+    SCOPED_TRACE(refusal);
+    const std::string path = dir.write("p.jpg", good);
+    PictureHeader header;
+    const FilePtr file = openPicture(path, header);
+    ASSERT_TRUE(file);
+    std::ofstream(path, std::ios::binary | std::ios::in) << bytes;  // the same file, not a new one
+    OutputWatcher log;
+    EXPECT_FALSE(decodePicture(file.get(), header, kWhole, path));
+    EXPECT_NE(log.text().find(std::string("] picture refused, ") + refusal + ": " + path + "\n"), std::string::npos) << log.text();
   }
 }
 
