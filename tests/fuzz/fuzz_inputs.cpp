@@ -3,6 +3,8 @@
 // document, 'p' a picture's header, anything else UTF-8 text). Each checks a property besides not crashing.
 #include <unistd.h>
 
+#include <csetjmp>
+
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
@@ -10,6 +12,7 @@
 
 #include "base/Utf8.h"
 #include "config/IniFile.h"
+#include "pictures/JpegError.h"
 #include "pictures/PictureHeader.h"
 #include "remote/OssError.h"
 #include "remote/TaskList.h"
@@ -64,13 +67,42 @@ void readTaskList(const std::string& body) {
   if (refused(body) && !kps::pictureKeyProblem(body)) __builtin_trap();
 }
 
-// The header reader ends on any bytes; a PNG's size is the one its IHDR chunk states, read here
-// apart from the service's reader.
+void quiet(j_common_ptr, int) {}
+
+struct LibjpegHeader {
+  jpeg_decompress_struct info{};
+  kps::JpegErrorJump error{};
+  LibjpegHeader() {
+    info.err = jpeg_std_error(&error.manager);
+    error.manager.error_exit = kps::jpegJumpBack;
+    error.manager.emit_message = quiet;
+  }
+  ~LibjpegHeader() { jpeg_destroy_decompress(&info); }
+};
+
+// Whether libjpeg reads a frame in these bytes and would go on to decode it.
+bool libjpegReads(LibjpegHeader& jpeg, const std::string& bytes) {
+  if (setjmp(jpeg.error.jump)) return false;
+  jpeg_create_decompress(&jpeg.info);
+  jpeg_mem_src(&jpeg.info, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+  return jpeg_read_header(&jpeg.info, TRUE) == JPEG_HEADER_OK;
+}
+
+// The header reader ends on any bytes. A PNG's size is the one its IHDR chunk states, read here
+// apart from the service's reader; a JPEG's is the one libjpeg reads, unless the reader refuses
+// the file.
 void readPictureHeader(const std::string& bytes) {
   std::FILE* file = ::fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "rb");
   if (!file) return;
   const kps::PictureHeader header = kps::readPictureHeader(file);
   std::fclose(file);
+  if (header.format == kps::PictureFormat::Jpeg) {
+    LibjpegHeader jpeg;
+    if (libjpegReads(jpeg, bytes) && kps::pictureRefusal(header).empty() &&
+        (header.width != jpeg.info.image_width || header.height != jpeg.info.image_height))
+      __builtin_trap();
+    return;
+  }
   if (header.format != kps::PictureFormat::Png || bytes.size() < 24 || bytes.compare(12, 4, "IHDR") != 0) return;
   const auto word = [&](std::size_t at) {
     std::uint32_t value = 0;
