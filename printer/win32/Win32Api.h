@@ -32,8 +32,10 @@ struct Win32Api {
   decltype(&::DeleteDC) DeleteDC = ::DeleteDC;
   decltype(&Gdiplus::GdiplusStartup) GdiplusStartup = Gdiplus::GdiplusStartup;
   decltype(&Gdiplus::GdiplusShutdown) GdiplusShutdown = Gdiplus::GdiplusShutdown;
-  decltype(&Gdiplus::DllExports::GdipLoadImageFromFile) GdipLoadImageFromFile =
-      Gdiplus::DllExports::GdipLoadImageFromFile;
+  decltype(&Gdiplus::DllExports::GdipLoadImageFromStream) GdipLoadImageFromStream =
+      Gdiplus::DllExports::GdipLoadImageFromStream;
+  decltype(&Gdiplus::DllExports::GdipGetImageWidth) GdipGetImageWidth = Gdiplus::DllExports::GdipGetImageWidth;
+  decltype(&Gdiplus::DllExports::GdipGetImageHeight) GdipGetImageHeight = Gdiplus::DllExports::GdipGetImageHeight;
   decltype(&Gdiplus::DllExports::GdipDisposeImage) GdipDisposeImage =
       Gdiplus::DllExports::GdipDisposeImage;
   decltype(&Gdiplus::DllExports::GdipCreateFromHDC) GdipCreateFromHDC =

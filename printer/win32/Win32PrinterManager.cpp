@@ -9,6 +9,7 @@
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
+#include "printer/win32/FileStream.h"
 #include "printer/win32/Win32Api.h"
 #include "printer/win32/Win32Handles.h"
 
@@ -282,12 +283,21 @@ std::int32_t PrinterManager::PrintImage(const std::wstring& printerName, const s
   GdiplusSession gdiplus;
   if (!gdiplus.started()) return kPrintGraphicsStart;
   // GDI+ is given only a regular file whose header names a format and a size the service
-  // prints: what it would decode past that is a picture bomb, not a photo.
+  // prints: what it would decode past that is a picture bomb, not a photo. It reads the file
+  // the header was read from, still open, and the size it reads counts.
   PictureHeader header;
-  if (!openPicture(wideToUtf8(path), header)) return kPrintPictureLoad;
+  const StreamPtr stream = streamOnFile(openPicture(wideToUtf8(path), header));
+  if (!stream) return kPrintPictureLoad;
   GpImage* loaded = nullptr;
-  if (api().GdipLoadImageFromFile(path.c_str(), &loaded) != Ok) return kPrintPictureLoad;
+  if (api().GdipLoadImageFromStream(stream.get(), &loaded) != Ok) return kPrintPictureLoad;
   const std::unique_ptr<GpImage, ImageDisposer> image(loaded);
+  UINT width = 0, height = 0;
+  if (api().GdipGetImageWidth(image.get(), &width) != Ok || api().GdipGetImageHeight(image.get(), &height) != Ok)
+    return kPrintPictureLoad;
+  if (const std::string refusal = decodedSizeRefusal(header, width, height); !refusal.empty()) {
+    logPictureRefusal(refusal, wideToUtf8(path));
+    return kPrintPictureLoad;
+  }
   HANDLE opened = nullptr;
   PRINTER_DEFAULTSW defaults{nullptr, nullptr, PRINTER_ACCESS_USE};
   if (!api().OpenPrinterW(const_cast<LPWSTR>(fullName.c_str()), &opened, &defaults)) {

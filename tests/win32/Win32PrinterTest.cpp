@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -94,8 +95,14 @@ int startedJob = 0;                 // the job id StartDocW gave
 
 // The calls of a copy that fail when `failing` names them; the rest are the system's.
 void failWhenNamed(Win32Api& api) {
-  api.GdipLoadImageFromFile = [](const WCHAR* path, Gdiplus::GpImage** image) {
-    return failing == "load" ? Gdiplus::InvalidParameter : kSystem.GdipLoadImageFromFile(path, image);
+  api.GdipLoadImageFromStream = [](IStream* stream, Gdiplus::GpImage** image) {
+    return failing == "load" ? Gdiplus::InvalidParameter : kSystem.GdipLoadImageFromStream(stream, image);
+  };
+  api.GdipGetImageWidth = [](Gdiplus::GpImage* image, UINT* width) {
+    if (failing == "size") return Gdiplus::GenericError;
+    const Gdiplus::GpStatus status = kSystem.GdipGetImageWidth(image, width);
+    if (failing == "wider") ++*width;  // GDI+ reads a column more than the header said
+    return status;
   };
   api.GdipDrawImageRectI = [](Gdiplus::GpGraphics* g, Gdiplus::GpImage* i, INT x, INT y, INT w, INT h) {
     return failing == "draw" ? Gdiplus::GenericError : kSystem.GdipDrawImageRectI(g, i, x, y, w, h);
@@ -127,23 +134,49 @@ TEST_F(Win32Printer, EveryPathReleasesWhatItTookGdiplusLast) {
   api.GdipDeleteGraphics = [](Gdiplus::GpGraphics* g) { return released.push_back("graphics"), kSystem.GdipDeleteGraphics(g); };
   api.ClosePrinter = [](HANDLE printer) { return released.push_back("printer"), kSystem.ClosePrinter(printer); };
   api.DeleteDC = [](HDC dc) { return released.push_back("device context"), kSystem.DeleteDC(dc); };
-  const std::pair<const char*, std::vector<std::string>> cases[] = {
-      {"load", {"GDI+"}},
-      {"open", {"picture", "GDI+"}},
-      {"dc", {"printer", "picture", "GDI+"}},
-      {"document", {"device context", "printer", "picture", "GDI+"}},
-      {"draw", {"graphics", "device context", "printer", "picture", "GDI+"}},
+  const std::tuple<const char*, std::int32_t, std::vector<std::string>> cases[] = {
+      {"load", -6, {"GDI+"}},
+      {"size", -6, {"picture", "GDI+"}},
+      {"wider", -6, {"picture", "GDI+"}},
+      {"open", -7, {"picture", "GDI+"}},
+      {"dc", -8, {"printer", "picture", "GDI+"}},
+      {"document", -9, {"device context", "printer", "picture", "GDI+"}},
+      {"draw", -10, {"graphics", "device context", "printer", "picture", "GDI+"}},
       // A printed copy leaves GDI+ started; the graphics go before the device context they
       // were made from, as GDI+ requires.
-      {"", {"graphics", "device context", "printer", "picture"}},
+      {"", 0, {"graphics", "device context", "printer", "picture"}},
   };
-  std::int32_t code = -5;
-  for (const auto& [call, order] : cases) {
+  for (const auto& [call, code, order] : cases) {
     failing = call;
-    EXPECT_EQ(manager.PrintImage(L"virtual", env("KPS_TEST_PICTURE"), "postcards"), *call ? --code : 0) << call;
+    EXPECT_EQ(manager.PrintImage(L"virtual", env("KPS_TEST_PICTURE"), "postcards"), code) << call;
     EXPECT_EQ(released, order) << call;
   }
   failing.clear();
+}
+
+// GDI+ decodes the file whose header was read, through the file held open since: a picture
+// put in its place at the path meanwhile is not what is drawn.
+std::wstring copyPath, otherPath;
+BOOL replaced = FALSE;
+UINT drawnWidth = 0;
+TEST_F(Win32Printer, GdiplusDrawsTheFileWhoseHeaderWasRead) {
+  ReplacedCalls calls;
+  wchar_t folder[MAX_PATH + 1] = {};
+  ASSERT_GT(GetTempPathW(MAX_PATH, folder), 0u);
+  copyPath = std::wstring(folder) + L"kps-copy.jpg", otherPath = std::wstring(folder) + L"kps-other.bmp";
+  ASSERT_TRUE(CopyFileW(env("KPS_TEST_PICTURE").c_str(), copyPath.c_str(), FALSE));
+  ASSERT_TRUE(CopyFileW(env("KPS_TEST_OTHER").c_str(), otherPath.c_str(), FALSE));
+  win32Api().GdipLoadImageFromStream = [](IStream* stream, Gdiplus::GpImage** image) {
+    replaced = MoveFileExW(otherPath.c_str(), copyPath.c_str(), MOVEFILE_REPLACE_EXISTING);
+    return kSystem.GdipLoadImageFromStream(stream, image);
+  };
+  win32Api().GdipDrawImageRectI = [](Gdiplus::GpGraphics* g, Gdiplus::GpImage* i, INT x, INT y, INT w, INT h) {
+    Gdiplus::DllExports::GdipGetImageWidth(i, &drawnWidth);
+    return kSystem.GdipDrawImageRectI(g, i, x, y, w, h);
+  };
+  EXPECT_EQ(manager.PrintImage(L"virtual", copyPath, "postcards"), 0);
+  EXPECT_EQ(drawnWidth, 400u) << (replaced ? "replaced" : "not replaced") << " after the header was read";
+  DeleteFileW(copyPath.c_str()), DeleteFileW(otherPath.c_str());
 }
 
 // The driver's two private bytes are written only where its private part reaches them. Wine's
@@ -272,7 +305,7 @@ TEST_F(Win32Printer, WhenThePrinterFails) {
     std::vector<JobAnswer> answers;
     bool cancel;          // [TimedOutJobs] value=cancel
     DWORD setJobError;    // the spooler refuses the cancel
-    const char* failing;  // "offline" (the printer works offline), "dc", "draw"
+    const char* failing;  // "offline" (the printer works offline), "dc", "draw", "wider"
     std::int32_t code;
     int documentsEnded;   // 1: the page went to the spooler
     const char* picture = "KPS_TEST_PICTURE";  // the variable naming the copy's picture
@@ -296,6 +329,8 @@ TEST_F(Win32Printer, WhenThePrinterFails) {
       {"The printer's media cannot be read (Windows: no device context)", {{0, 0}}, false, 0, "dc", -8, 0},
       {"A picture beyond the pixel budget (a picture bomb)", {{0, 0}}, false, 0, "", -6, 0, "KPS_TEST_BOMB",
        "] picture refused, 30000 x 30000 pixels, more than the 100 MP or 20000 pixels a side a print takes: "},
+      {"A picture beyond the pixel budget (GDI+ reads it larger than its header)", {{0, 0}}, false, 0, "wider", -6, 0,
+       "KPS_TEST_PICTURE", "] picture refused, its decoder reads 401 x 600 pixels, more than the 400 x 600 of its header: "},
       {"A picture of a format the service does not print", {{0, 0}}, false, 0, "", -6, 0, "KPS_TEST_SVG",
        "] picture refused, not a JPEG, PNG, BMP, GIF or TIFF picture: "},
   };

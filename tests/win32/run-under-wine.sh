@@ -23,6 +23,8 @@ trap cleanup EXIT
   cat "$work/cups.log"; echo "win32: the private scheduler did not start"; exit 1; }
 convert -size 200x600 xc:red -size 200x600 xc:blue +append "$work/photo.jpg"
 export KPS_TEST_PICTURE="Z:${work//\//\\}\\photo.jpg"
+convert -size 40x60 xc:green "$work/other.bmp"
+export KPS_TEST_OTHER="Z:${work//\//\\}\\other.bmp"
 node "$root/sandbox/picture-bomb.js" png 30000 30000 "$work/bomb.png"
 node "$root/sandbox/picture-bomb.js" svg 32000 32000 "$work/bomb.svg"
 export KPS_TEST_BOMB="Z:${work//\//\\}\\bomb.png" KPS_TEST_SVG="Z:${work//\//\\}\\bomb.svg"
