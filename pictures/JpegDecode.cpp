@@ -4,14 +4,11 @@
 
 #include "pictures/AreaScaler.h"
 #include "pictures/JpegError.h"
+#include "pictures/LibjpegLayout.h"
 
 namespace kps {
 
 namespace {
-
-// A progressive JPEG holds all its coefficients while it decodes: past this the decoder fails
-// the picture instead of asking the system for more.
-constexpr long kMostDecoderMemory = 512L << 20;
 
 // Warnings are not printed. Data that ends before the picture does is an error, as grey would
 // otherwise be printed where the rest was: a scan cut short, or a progressive file ending
@@ -36,12 +33,18 @@ struct Decompressor {
   Decompressor& operator=(const Decompressor&) = delete;
 };
 
-// What libjpeg read of the picture, judged as its header was: the header may have been read
-// from other bytes than these (the file written over in place since).
-std::string refusalOf(const jpeg_decompress_struct& info, const PictureHeader& header) {
+// libjpeg's reading of the picture, as the header reader gives it.
+PictureHeader headerOf(const jpeg_decompress_struct& info) {
   PictureHeader read;
   read.format = PictureFormat::Jpeg;
   read.width = info.image_width, read.height = info.image_height;
+  read.jpeg = layoutOf(info);
+  return read;
+}
+
+// Judged as the header was: the header may have been read from other bytes than these (the
+// file written over in place since).
+std::string refusalOf(const PictureHeader& read, const PictureHeader& header) {
   const std::string refusal = pictureRefusal(read);
   return refusal.empty() ? decodedSizeRefusal(header, read.width, read.height) : refusal;
 }
@@ -50,11 +53,14 @@ std::string refusalOf(const jpeg_decompress_struct& info, const PictureHeader& h
 bool start(Decompressor& d, std::FILE* file, const PictureHeader& header, const PixelSize& most, std::string& refusal) {
   if (setjmp(d.error.jump)) return false;
   jpeg_create_decompress(&d.info);
-  d.info.mem->max_memory_to_use = kMostDecoderMemory;
   jpeg_stdio_src(&d.info, file);
   jpeg_read_header(&d.info, TRUE);
-  refusal = refusalOf(d.info, header);
+  // Checked here, before jpeg_start_decompress, which reads every scan of a progressive file.
+  const PictureHeader read = headerOf(d.info);
+  refusal = refusalOf(read, header);
   if (!refusal.empty()) return false;
+  // Its whole-picture buffers held to what was counted: asked for more, it fails the picture.
+  d.info.mem->max_memory_to_use = static_cast<long>(jpegDecoderBytes(read.width, read.height, read.jpeg));
   const bool cmyk = d.info.jpeg_color_space == JCS_CMYK || d.info.jpeg_color_space == JCS_YCCK;
   d.info.out_color_space = cmyk ? JCS_CMYK : JCS_RGB;
   d.info.scale_denom = 8;

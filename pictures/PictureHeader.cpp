@@ -49,6 +49,12 @@ std::string pictureRefusal(const PictureHeader& header) {
   if (header.width == 0 || header.height == 0) return "its size cannot be read from its header";
   if (!withinPixelBudget(header.width, header.height))
     return sizeText(header.width, header.height) + " pixels, more than the 100 MP or 20000 pixels a side a print takes";
+  if (header.format != PictureFormat::Jpeg) return "";
+  const std::uint64_t held = jpegDecoderBytes(header.width, header.height, header.jpeg);
+  if (held > kMostDecoderBytes)
+    return sizeText(header.width, header.height) + " pixels held whole while decoded (" +
+           std::to_string((held + (1 << 19)) >> 20) + " MiB), more than the " + std::to_string(kMostDecoderBytes >> 20) +
+           " MiB a picture may take";
   return "";
 }
 

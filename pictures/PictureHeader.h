@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/FilePath.h"
+#include "pictures/JpegCost.h"
 
 namespace kps {
 
@@ -21,11 +22,17 @@ struct PictureHeader {
   std::uint32_t width = 0, height = 0;
   // A JPEG a PDF reader shows as it is: baseline or progressive, 8 bits, grey or colour.
   bool plainJpeg = false;
+  // What a JPEG's decoder will hold for it.
+  JpegLayout jpeg;
 };
 
 // No real product needs more: a 4 x 6 in print at 1200 dpi is 35 MP.
 inline constexpr std::uint64_t kMostPicturePixels = 100'000'000;
 inline constexpr std::uint32_t kMostPictureEdge = 20000;
+// What a JPEG's decoder may hold (jpegDecoderBytes): the process stays within 256 MiB with the
+// service's own 25 MiB and the page it decodes into (a postcard at 600 dpi, 30 MiB) beside it.
+// A progressive 48 MP photo at 4:2:0 holds 138 MiB.
+inline constexpr std::uint64_t kMostDecoderBytes = 160 << 20;
 
 // Reads the header from the file's start; the file's position is left anywhere.
 PictureHeader readPictureHeader(std::FILE* file);

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <csetjmp>
-
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
@@ -13,6 +12,7 @@
 #include "base/Utf8.h"
 #include "config/IniFile.h"
 #include "pictures/JpegError.h"
+#include "pictures/LibjpegLayout.h"
 #include "pictures/PictureHeader.h"
 #include "remote/OssError.h"
 #include "remote/TaskList.h"
@@ -89,8 +89,8 @@ bool libjpegReads(LibjpegHeader& jpeg, const std::string& bytes) {
 }
 
 // The header reader ends on any bytes. A PNG's size is the one its IHDR chunk states, read here
-// apart from the service's reader; a JPEG's is the one libjpeg reads, unless the reader refuses
-// the file.
+// apart from the service's reader; a JPEG's size, and what its decoder will hold, are the ones
+// libjpeg reads, unless the reader refuses the file.
 void readPictureHeader(const std::string& bytes) {
   std::FILE* file = ::fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "rb");
   if (!file) return;
@@ -99,7 +99,8 @@ void readPictureHeader(const std::string& bytes) {
   if (header.format == kps::PictureFormat::Jpeg) {
     LibjpegHeader jpeg;
     if (libjpegReads(jpeg, bytes) && kps::pictureRefusal(header).empty() &&
-        (header.width != jpeg.info.image_width || header.height != jpeg.info.image_height))
+        (header.width != jpeg.info.image_width || header.height != jpeg.info.image_height ||
+         !(header.jpeg == kps::layoutOf(jpeg.info))))
       __builtin_trap();
     return;
   }

@@ -50,6 +50,7 @@ TEST(BadInput, PictureFiles) {
   // Files put together from good.jpg: `crafted` and what it is named below.
   TempDir crafted;
   ASSERT_TRUE(writeTestJpeg(crafted.file("good.jpg"), 40, 60) && writeTestJpeg(crafted.file("thumb.jpg"), 16, 12));
+  ASSERT_EQ(sh("convert " + crafted.file("good.jpg") + " -interlace JPEG -sampling-factor 1x1 " + crafted.file("444.jpg")), 0);
   const std::string good = crafted.read("good.jpg"), huge = withFrameSize(good, 24000, 12000);
   const auto from = [&](const char* name, const std::string& bytes) { return "cp " + crafted.write(name, bytes) + " p.jpg"; };
   const std::tuple<const char*, std::string, std::string, std::uint32_t, std::uint32_t, const char*> cases[] = {
@@ -81,6 +82,8 @@ TEST(BadInput, PictureFiles) {
        from("huge-behind.jpg", behindAFakeFrame(huge, 100, 100)), "p.jpg", 0, 0, "24000 x 12000 pixels, more than the 100 MP"},
       {"JPEG of 24000 x 12000 behind a segment holding a photo's frame",
        from("huge-behind-photo.jpg", behindAFakeFrame(huge, 4000, 3000)), "p.jpg", 0, 0, "24000 x 12000 pixels, more than the 100 MP"},
+      {"progressive JPEG of 12000 x 8000 at 4:4:4", from("progressive-444.jpg", withFrameSize(crafted.read("444.jpg"), 12000, 8000)),
+       "p.jpg", 0, 0, "12000 x 8000 pixels held whole while decoded (550 MiB), more than the 160 MiB a picture may take"},
       {"truncated PNG", "convert good.jpg x.png && head -c 40 x.png > p.png", "p.png", 0, 0, ""},
       {"PNG bomb", bomb + "png 30000 30000 p.png", "p.png", 0, 0, "30000 x 30000 pixels, more than the 100 MP"},
       {"PNG of 100 MP and one row", bomb + "png 10000 10001 p.png", "p.png", 0, 0, "10000 x 10001 pixels, more than"},
@@ -124,9 +127,12 @@ TEST(BadInput, PictureFiles) {
 TEST(BadInput, AJpegChangedAfterItsHeaderIsJudgedByWhatLibjpegReads) {
   TempDir dir;
   ASSERT_TRUE(writeTestJpeg(dir.file("good.jpg"), 40, 60) && writeTestJpeg(dir.file("larger.jpg"), 80, 120));
+  ASSERT_EQ(sh("convert " + dir.file("good.jpg") + " -interlace JPEG -sampling-factor 1x1 " + dir.file("444.jpg")), 0);
   const std::string good = dir.read("good.jpg");
   const std::pair<std::string, const char*> rows[] = {
       {withFrameSize(good, 24000, 12000), "24000 x 12000 pixels, more than the 100 MP or 20000 pixels a side a print takes"},
+      {withFrameSize(dir.read("444.jpg"), 12000, 8000),
+       "12000 x 8000 pixels held whole while decoded (550 MiB), more than the 160 MiB a picture may take"},
       {dir.read("larger.jpg"), "its decoder reads 80 x 120 pixels, more than the 40 x 60 of its header"},
   };
   for (const auto& [bytes, refusal] : rows) {
@@ -202,13 +208,15 @@ TEST(Picture, APageCarriesAJpeg) {
 
 // Memory that runs out while a picture is decoded fails that picture: the process goes on. A
 // child process whose address space has 48 MiB to spare decodes pictures that need more (a
-// 64 MP PNG, a progressive 64 MP JPEG holding all its coefficients) and reports what it got.
+// 64 MP PNG, a progressive 48 MP JPEG holding all its coefficients, 138 MiB) and reports what
+// it got.
 TEST(BadInput, MemoryRunningOutFailsThePictureNotTheProcess) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "a sanitizer's shadow memory does not fit under an address-space limit";
 #else
   TempDir dir;
-  ASSERT_EQ(sh("cd " + dir.path() + " && convert -size 8000x8000 gradient:red-blue -write big.png -interlace JPEG big.jpg"), 0);
+  ASSERT_EQ(sh("cd " + dir.path() + " && convert -size 8000x8000 gradient:red-blue -write big.png -crop 8000x6000+0+0 "
+               "-interlace JPEG -sampling-factor 2x2 big.jpg"), 0);
   for (const char* name : {"big.png", "big.jpg"}) {
     SCOPED_TRACE(name);
     const std::string path = dir.file(name);
