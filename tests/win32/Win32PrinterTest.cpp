@@ -18,26 +18,12 @@
 #include "printer/PrinterManager.h"
 #include "printer/PrinterSettings.h"
 #include "printer/win32/Win32Api.h"
+#include "tests/win32/ScriptedSpooler.h"
 
 namespace kps {
 namespace {
 
-std::wstring env(const char* name) {
-  const char* value = std::getenv(name);
-  return value ? utf8ToWide(value) : std::wstring();
-}
-
-class Win32Printer : public ::testing::Test {
- protected:
-  void SetUp() override {
-    PrinterSettings = PrinterSettingsRecord{};
-    PrinterSettings.fourWidth = 100, PrinterSettings.fourHeight = 150, PrinterSettings.rearfeeder = 7;  // DMBIN_AUTO
-    PrinterSettings.threeWidth = 80, PrinterSettings.threeHeight = 80;
-    PrinterSettings.fourSize = 1, PrinterSettings.threeSize = 9;  // letter (it holds a 3.7 x 5.7 in picture), A4
-    jobWaitTiming() = JobWaitTiming{1000, 1000, 10000};
-  }
-  PrinterManager manager;
-};
+class Win32Printer : public Win32Fixture {};
 
 TEST_F(Win32Printer, QueueFoundBySubstringMadeTheDefaultAndItsDeviceModeWritten) {
   EXPECT_EQ(manager.FindPrinter(L"virtual"), L"kps-virtual");
@@ -77,47 +63,8 @@ TEST_F(Win32Printer, QueueFoundBySubstringMadeTheDefaultAndItsDeviceModeWritten)
   EXPECT_EQ(testing::internal::GetCapturedStdout().find("Default printer set to"), std::string::npos);
 }
 
-// Calls of the table replaced for one test; the system's are put back after it.
-class ReplacedCalls {
- public:
-  ReplacedCalls() : saved_(win32Api()) {}
-  ~ReplacedCalls() { win32Api() = saved_; }
 
- private:
-  Win32Api saved_;
-};
 
-const Win32Api kSystem;  // the system's own functions
-std::vector<std::string> released;  // what a copy gave back, in order
-std::string failing;                // the call made to fail
-LONG devModeSize = 0;               // the driver's answer to the size question; 1: its own
-int startedJob = 0;                 // the job id StartDocW gave
-
-// The calls of a copy that fail when `failing` names them; the rest are the system's.
-void failWhenNamed(Win32Api& api) {
-  api.GdipLoadImageFromStream = [](IStream* stream, Gdiplus::GpImage** image) {
-    return failing == "load" ? Gdiplus::InvalidParameter : kSystem.GdipLoadImageFromStream(stream, image);
-  };
-  api.GdipGetImageWidth = [](Gdiplus::GpImage* image, UINT* width) {
-    if (failing == "size") return Gdiplus::GenericError;
-    const Gdiplus::GpStatus status = kSystem.GdipGetImageWidth(image, width);
-    if (failing == "wider") ++*width;  // GDI+ reads a column more than the header said
-    return status;
-  };
-  api.GdipDrawImageRectI = [](Gdiplus::GpGraphics* g, Gdiplus::GpImage* i, INT x, INT y, INT w, INT h) {
-    return failing == "draw" ? Gdiplus::GenericError : kSystem.GdipDrawImageRectI(g, i, x, y, w, h);
-  };
-  api.OpenPrinterW = [](LPWSTR name, LPHANDLE printer, LPPRINTER_DEFAULTSW defaults) {
-    const bool forJob = defaults && defaults->DesiredAccess == PRINTER_ACCESS_USE;
-    return failing == "open" && forJob ? FALSE : kSystem.OpenPrinterW(name, printer, defaults);
-  };
-  api.CreateDCW = [](LPCWSTR driver, LPCWSTR device, LPCWSTR port, const DEVMODEW* mode) {
-    return failing == "dc" ? nullptr : kSystem.CreateDCW(driver, device, port, mode);
-  };
-  api.StartDocW = [](HDC dc, const DOCINFOW* document) {
-    return startedJob = failing == "document" ? 0 : kSystem.StartDocW(dc, document);
-  };
-}
 
 // Whatever fails, every GDI+ object goes before GDI+ itself, and all that was taken is given
 // back in the reverse order of its taking.
@@ -219,18 +166,6 @@ TEST_F(Win32Printer, DriverPrivateBytesOnlyWhereTheDeviceModeHasThem) {
 
 // What the operator's check reads of the printers: each printer's state from its record
 // (scripted: Wine's records say nothing of it), and the paper sizes and sources its driver offers.
-DWORD addedAttributes = 0, addedStatus = 0;
-bool enumerationFails = false;
-BOOL WINAPI scriptedEnumPrintersW(DWORD flags, LPWSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
-                                  LPDWORD returned) {
-  if (enumerationFails && buffer) return SetLastError(ERROR_ACCESS_DENIED), FALSE;
-  const BOOL ok = kSystem.EnumPrintersW(flags, name, level, buffer, size, needed, returned);
-  for (DWORD i = 0; ok && buffer && level == 2 && i < *returned; ++i) {
-    reinterpret_cast<PRINTER_INFO_2W*>(buffer)[i].Attributes |= addedAttributes;
-    reinterpret_cast<PRINTER_INFO_2W*>(buffer)[i].Status |= addedStatus;
-  }
-  return ok;
-}
 TEST_F(Win32Printer, InstalledPrintersWithTheirStateAndWhatTheDriverOffers) {
   ReplacedCalls replaced;
   win32Api().EnumPrintersW = scriptedEnumPrintersW;
@@ -271,32 +206,10 @@ TEST_F(Win32Printer, InstalledPrintersWithTheirStateAndWhatTheDriverOffers) {
 // The README's "When the printer fails", Windows column: the spooler's answers to the job
 // queries are scripted (Wine hands a job to CUPS at EndDoc and then no longer knows it), the
 // rest of the copy is Wine's. What SetJobW was asked is noted, not passed on.
-struct JobAnswer {
-  DWORD status;  // the job's status word, or
-  DWORD error;   // the error its query fails with
-};
-std::vector<JobAnswer> answers;
-std::size_t asked = 0;
-int endedDocuments = 0;
-std::vector<std::pair<DWORD, DWORD>> jobControls;  // job id, command
-DWORD setJobError = 0;
 TEST_F(Win32Printer, WhenThePrinterFails) {
   ReplacedCalls replaced;
   Win32Api& api = win32Api();
-  api.GetJobA = [](HANDLE, DWORD, DWORD, LPBYTE buffer, DWORD, LPDWORD needed) -> BOOL {
-    const JobAnswer answer = answers[std::min(buffer ? asked - 1 : asked++, answers.size() - 1)];
-    if (answer.error) return SetLastError(answer.error), FALSE;
-    *needed = sizeof(JOB_INFO_1A);
-    if (!buffer) return SetLastError(ERROR_INSUFFICIENT_BUFFER), FALSE;
-    *reinterpret_cast<JOB_INFO_1A*>(buffer) = JOB_INFO_1A{};
-    reinterpret_cast<JOB_INFO_1A*>(buffer)->Status = answer.status;
-    return TRUE;
-  };
-  api.SetJobW = [](HANDLE, DWORD job, DWORD, LPBYTE, DWORD command) -> BOOL {
-    jobControls.emplace_back(job, command);
-    return setJobError ? (SetLastError(setJobError), FALSE) : TRUE;
-  };
-  api.EndDoc = [](HDC dc) { return ++endedDocuments, kSystem.EndDoc(dc); };
+  scriptJobs(api);
   failWhenNamed(api);
   api.EnumPrintersW = scriptedEnumPrintersW;
   constexpr DWORD kPrinting = JOB_STATUS_PRINTING;
