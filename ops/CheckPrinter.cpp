@@ -69,19 +69,23 @@ void checkPrinter(CheckReport& report, const PrinterConfigValues& config) {
     return;
   }
   // Its condition and media, as the upkeep reads them.
-  PrinterState state = manager.ReadPrinterState(chosen);
-  markMediaLow(state, config.MediaLowPrints);
-  const PrinterLine condition = describePrinter(state);
-  if (condition.verdict == PrinterLine::Verdict::Ok) report.ok("printer condition", condition.text);
-  else if (condition.verdict == PrinterLine::Verdict::Warn) report.warn("printer condition", condition.text);
-  else report.fail("printer condition", condition.text);
+  const auto conditionLine = [&] {
+    PrinterState state = manager.ReadPrinterState(chosen);
+    markMediaLow(state, config.MediaLowPrints);
+    const PrinterLine condition = describePrinter(state);
+    if (condition.verdict == PrinterLine::Verdict::Ok) report.ok("printer condition", condition.text);
+    else if (condition.verdict == PrinterLine::Verdict::Warn) report.warn("printer condition", condition.text);
+    else report.fail("printer condition", condition.text);
+  };
   const auto found = std::find_if(installed.begin(), installed.end(),
                                   [&](const InstalledPrinter& p) { return p.name == chosen; });
   if (found != installed.end() && !found->ready) {
     report.fail(what, "selects " + wideToUtf8(chosen) + ", which " + found->state);
+    conditionLine();
     return;
   }
   report.ok(what, "selects " + wideToUtf8(chosen) + " (ready)");
+  conditionLine();
 
   std::vector<std::pair<const char*, DriverChoice>> papers;
   for (const char* type : {"postcards", "frames", "cardsets", "fridgemagnets"})

@@ -130,6 +130,8 @@ void syncLoop() {
     if (retentionDays > 0 && retention.due())
       kps::removeExpiredPictures(*sharedDatabase, retention, retentionDays, std::time(nullptr));
     if (status) status->writeIfDue(std::time(nullptr));
+    // [MediaLow] alone still has the log say when the media runs low (read once a minute).
+    if (optIn.MediaLowPrints > 0) printer.state();
     std::this_thread::sleep_for(2000ms);
   }
 }

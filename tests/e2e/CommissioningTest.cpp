@@ -170,6 +170,34 @@ TEST_F(Commissioning, CheckAndTestPageOnDyeSubDrivers) {
   EXPECT_EQ(last, "B7");
 }
 
+// The printer's condition and its prints left where an operator looks: --check's line and
+// --status's, going down with each print, low at [MediaLow], out of paper at none; --status needs
+// attention while the media is low or the printer needs a person.
+TEST_F(Commissioning, PrintsLeftAndThePrintersConditionInCheckAndStatus) {
+  writeConfig("kps-script", "256", "258");
+  root.write(work + "/config.ini", root.read(work + "/config.ini") + "[MediaLow]\nprints=1\n");
+  const std::string left = root.write("sandbox/cups/media-left", "2\n");
+  fs::permissions(left, fs::perms::all, fs::perm_options::add);  // the backend counts as lp
+  SqliteFile store(root.file(work + "/PrintData.db"));
+  ASSERT_TRUE(store.exec("CREATE TABLE local (uuid TEXT, path TEXT, status INTEGER, updateTime TEXT, syncTime TEXT, failReason TEXT)"));
+  const auto lines = [&](const std::vector<std::string>& args, int code, const std::vector<std::string>& wanted) {
+    EXPECT_EQ(runCommand(args), code) << args.front() << "\n" << commandOut;
+    for (const auto& line : wanted) EXPECT_NE(commandOut.find(line), std::string::npos) << line << "\n" << commandOut;
+  };
+  lines({"--check"}, 0, {"OK   printer condition: ready\n"});  // no job yet: the driver has said nothing
+  lines({"--test-page", "postcards"}, 0, {": result 0 (printed)\n"});
+  lines({"--check"}, 0, {"WARN printer condition: media low: 1 print remaining on 4x6 media\n"});
+  lines({"--status"}, 1, {"printer kps-script: media low: 1 print remaining on 4x6 media\n",
+                          "attention: the printer's media low: 1 print remaining on 4x6 media\n", "needs attention\n"});
+  lines({"--test-page", "postcards"}, 0, {": result 0 (printed)\n"});
+  lines({"--test-page", "postcards"}, 1, {": result -3 (IPP_JOB_HELD)\n"});  // out of paper: it waits at the printer
+  lines({"--check"}, 1, {"FAIL printer condition: needs a person: out of paper (media-empty)\n"});
+  lines({"--status"}, 1, {"attention: the printer needs a person: out of paper (media-empty)\n"});
+  root.write("sandbox/cups/media-left", "400\n");  // a new roll: the waiting page comes out
+  EXPECT_TRUE(waitUntil([] { return output(kCups + "lpstat -o").empty(); }, 30s));
+  lines({"--check"}, 0, {"OK   printer condition: ready, 399 prints remaining on 4x6 media\n"});
+}
+
 // The calibration page of each size: the picture at its configured size at the page's top left
 // (width x 3.7 by height x 3.8 hundredths of an inch), its arrow in the corner, nothing stored.
 TEST_F(Commissioning, TestPageHasTheConfiguredSizeAtTheTopLeft) {
