@@ -5,6 +5,7 @@
 
 #include <windows.h>
 #include <winspool.h>
+#include <objbase.h>
 #include <objidl.h>
 #include <gdiplus.h>
 
@@ -23,6 +24,7 @@ struct Win32Api {
   decltype(&::GetJobW) GetJobW = ::GetJobW;
   decltype(&::SetJobW) SetJobW = ::SetJobW;
   decltype(&::EnumJobsW) EnumJobsW = ::EnumJobsW;
+  decltype(&::CoCreateInstance) CoCreateInstance = ::CoCreateInstance;
   decltype(&::DeviceCapabilitiesW) DeviceCapabilitiesW = ::DeviceCapabilitiesW;
   decltype(&::CreateDCW) CreateDCW = ::CreateDCW;
   decltype(&::StartDocW) StartDocW = ::StartDocW;

@@ -6,6 +6,7 @@
 
 #include "base/Log.h"
 #include "printer/PrinterManager.h"
+#include "printer/win32/Win32Consumables.h"
 #include "printer/win32/Win32Handles.h"
 
 namespace kps {
@@ -147,6 +148,7 @@ PrinterState PrinterManager::ReadPrinterState(const std::wstring& printerName) {
       state.known = true;
       state.name = wideToUtf8(found);
       state.conditions = conditionsFromSpooler(records[i].Status, records[i].Attributes, 0, records[i].cJobs > 0);
+      state.media = readConsumables(found);
     }
   return state;
 }

@@ -3,6 +3,8 @@
 // printer queries scripted. In every row what would come out (the job not cancelled, and printed)
 // is what the order tells the backend, but where the spooler forgot the job and cannot know.
 #include <windows.h>
+#include <objbase.h>
+#include <bidispl.h>
 #include <winspool.h>
 
 #include <gtest/gtest.h>
@@ -11,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <tuple>
 
 #include "store/Database.h"
 #include "store/PrinterWait.h"
@@ -53,6 +56,59 @@ BOOL WINAPI scriptedGetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWOR
   return ok;
 }
 
+// The spooler's bidirectional channel as a driver that offers it answers: each consumable's
+// schema and its value. Empty: the classes are not there (as under Wine).
+std::vector<std::pair<std::wstring, int>> consumables;
+std::wstring boundPrinter;
+template <typename Interface>
+struct Fake : Interface {
+  ULONG refs = 1;
+  HRESULT WINAPI QueryInterface(REFIID, void** out) override { return *out = nullptr, E_NOINTERFACE; }
+  ULONG WINAPI AddRef() override { return ++refs; }
+  ULONG WINAPI Release() override {
+    const ULONG left = --refs;
+    if (left == 0) delete this;
+    return left;
+  }
+  virtual ~Fake() = default;
+};
+struct FakeRequest : Fake<IBidiRequest> {
+  std::wstring schema;
+  std::vector<std::pair<std::wstring, int>> outputs;
+  HRESULT WINAPI SetSchema(const LPCWSTR wanted) override { return schema = wanted, S_OK; }
+  HRESULT WINAPI SetInputData(const DWORD, const BYTE*, const UINT) override { return E_NOTIMPL; }
+  HRESULT WINAPI GetResult(HRESULT* result) override { return *result = S_OK, S_OK; }
+  HRESULT WINAPI GetOutputData(const DWORD index, LPWSTR* path, DWORD* type, BYTE** data, ULONG* size) override {
+    if (index >= outputs.size()) return E_INVALIDARG;
+    const std::wstring& name = outputs[index].first;
+    *path = static_cast<LPWSTR>(CoTaskMemAlloc((name.size() + 1) * sizeof(wchar_t)));
+    std::memcpy(*path, name.c_str(), (name.size() + 1) * sizeof(wchar_t));
+    *data = static_cast<BYTE*>(CoTaskMemAlloc(sizeof(INT)));
+    std::memcpy(*data, &outputs[index].second, sizeof(INT));
+    *type = BIDI_INT, *size = sizeof(INT);
+    return S_OK;
+  }
+  HRESULT WINAPI GetEnumCount(DWORD* total) override { return *total = static_cast<DWORD>(outputs.size()), S_OK; }
+};
+struct FakeSpooler : Fake<IBidiSpl> {
+  HRESULT WINAPI BindDevice(const LPCWSTR device, const DWORD) override { return boundPrinter = device, S_OK; }
+  HRESULT WINAPI UnbindDevice() override { return S_OK; }
+  HRESULT WINAPI SendRecv(const LPCWSTR action, IBidiRequest* request) override {
+    auto* fake = static_cast<FakeRequest*>(request);
+    if (std::wstring(action) != BIDI_ACTION_GET_ALL || fake->schema != L"\\Printer.Consumables") return E_INVALIDARG;
+    fake->outputs = consumables;
+    return S_OK;
+  }
+  HRESULT WINAPI MultiSendRecv(const LPCWSTR, IBidiRequestContainer*) override { return E_NOTIMPL; }
+};
+HRESULT WINAPI scriptedCoCreateInstance(REFCLSID kind, LPUNKNOWN, DWORD, REFIID, LPVOID* out) {
+  *out = nullptr;
+  if (consumables.empty()) return REGDB_E_CLASSNOTREG;
+  const CLSID spooler = {0x2a614240, 0xa4c5, 0x4c33, {0xbd, 0x87, 0x1b, 0xc7, 0x09, 0x33, 0x16, 0x39}};
+  *out = IsEqualCLSID(kind, spooler) ? static_cast<void*>(new FakeSpooler) : static_cast<void*>(new FakeRequest);
+  return S_OK;
+}
+
 class Win32Wait : public Win32Fixture {
  protected:
   void SetUp() override {
@@ -67,6 +123,7 @@ class Win32Wait : public Win32Fixture {
     api.GetPrinterA = scriptedGetPrinterA;
     api.GetJobW = scriptedGetJobW;
     api.EnumJobsW = scriptedEnumJobsW;
+    api.CoCreateInstance = scriptedCoCreateInstance;
     store.printerWait().clock = [this] { return now; };
     ASSERT_TRUE(store.insertOrder("local", "O", "T", wideToUtf8(env("KPS_TEST_PICTURE")), 0, 1, "postcards"));
   }
@@ -77,7 +134,7 @@ class Win32Wait : public Win32Fixture {
   // The order pending again, no copy of it recorded, the spooler's answers as Wine's.
   void nextRow() {
     answers.clear(), asked = 0, jobControls.clear(), setJobError = 0, startedJob = 0, endedDocuments = 0;
-    addedAttributes = addedStatus = printerStatus = 0, spoolerHasJob = false, failing.clear();
+    addedAttributes = addedStatus = printerStatus = 0, spoolerHasJob = false, failing.clear(), consumables.clear();
     ASSERT_TRUE(file.exec("UPDATE local SET status = 0, failReason = NULL, completedNumber = NULL; DELETE FROM jobs;"));
     store.printerWait().back();
   }
@@ -218,6 +275,36 @@ TEST_F(Win32Wait, ThePrintersConditionFromItsRecord) {
     EXPECT_TRUE(state.known);
     EXPECT_EQ(state.name, "kps-virtual");
     EXPECT_EQ(state.needsPersonText(), needs) << std::hex << status;
+  }
+}
+
+// The media left, where the driver answers the bidirectional schema: the first consumable's
+// level in percent (-1: it cannot tell); none where the channel is not there.
+TEST_F(Win32Wait, TheMediaLeftThroughTheBidirectionalSchema) {
+  struct Row {
+    std::vector<std::pair<std::wstring, int>> answers;
+    const char* expected;  // "name|percent", '-' unknown; "none": no media
+  };
+  const Row rows[] = {
+      {{{L"\\Printer.Consumables.Ribbon:Type", 0}, {L"\\Printer.Consumables.Ribbon:Level", 37},
+        {L"\\Printer.Consumables.Paper:Level", 80}},
+       "Ribbon|37"},
+      {{{L"\\Printer.Consumables.Ribbon.Level", 12}}, "Ribbon|12"},
+      {{{L"\\Printer.Consumables.Ribbon:Level", -1}}, "Ribbon|-"},
+      {{{L"\\Printer.DeviceInfo:ModelName", 0}}, "none"},
+      {{}, "none"},
+  };
+  for (const auto& [answers, expected] : rows) {
+    consumables = answers;
+    const PrinterState state = manager.ReadPrinterState(L"virtual");
+    const std::string seen = state.media ? state.media->name + "|" +
+                                               (state.media->levelPercent ? std::to_string(*state.media->levelPercent) : "-")
+                                         : "none";
+    EXPECT_EQ(seen, expected);
+    if (!answers.empty()) {
+      EXPECT_EQ(boundPrinter, L"kps-virtual");
+    }
+    EXPECT_FALSE(state.media && state.media->remainingPrints);  // the schema knows percent only
   }
 }
 
