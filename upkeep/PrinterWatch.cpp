@@ -9,7 +9,10 @@
 namespace kps {
 
 void markMediaLow(PrinterState& state, std::int32_t lowPrints) {
-  // Empty is not low: the condition says so already.
+  // None left is out of media, whether or not the driver has said so yet (it says so when the
+  // next job starts); empty is not low.
+  if (state.media && state.media->remainingPrints == 0 && !state.has(Condition::MediaEmpty))
+    state.conditions.push_back({Condition::MediaEmpty, Severity::Error});
   if (!state.media || state.has(Condition::MediaLow) || state.has(Condition::MediaEmpty) ||
       state.has(Condition::MarkerSupplyEmpty))
     return;

@@ -34,7 +34,7 @@ class PrinterWatch {
 };
 
 // Media low: at `lowPrints` prints or fewer where the driver counts prints, else at its own
-// low mark. Adds the media-low condition (a warning) to the state.
+// low mark; adds the media-low condition (a warning). None left: out of media (media-empty).
 void markMediaLow(PrinterState& state, std::int32_t lowPrints);
 
 // The printer's condition and media in one line, for --check and --status alike: "ready, 37

@@ -37,8 +37,11 @@ constexpr DWORD kEnumFlags = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;  // 
 // Every printer's level-2 record, or nothing with `failed` set.
 std::vector<BYTE> printerRecords(DWORD& count, bool& failed);
 
-// The printer the configured name selects by the service's rule among every installed one
-// (working offline or paused too), opened for use; null when there is none.
+// The record of the printer the configured name selects by the service's rule among every
+// installed one (working offline or paused too), in the records of printerRecords; null when none.
+const PRINTER_INFO_2W* matchingRecord(const std::vector<BYTE>& records, DWORD count, const std::wstring& target);
+
+// That printer opened for use; null when there is none.
 Printer openMatchingPrinter(const std::wstring& target, std::wstring& fullName);
 
 }  // namespace kps

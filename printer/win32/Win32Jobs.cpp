@@ -139,17 +139,12 @@ PrinterState PrinterManager::ReadPrinterState(const std::wstring& printerName) {
   DWORD count = 0;
   bool failed = false;
   const std::vector<BYTE> buffer = printerRecords(count, failed);
-  const auto* records = reinterpret_cast<const PRINTER_INFO_2W*>(buffer.data());
-  std::vector<std::wstring> names;
-  for (DWORD i = 0; i < count; ++i) names.emplace_back(records[i].pPrinterName ? records[i].pPrinterName : L"");
-  const std::wstring found = matchPrinter(names, printerName);
-  for (DWORD i = 0; i < count; ++i)
-    if (!found.empty() && names[i] == found) {
-      state.known = true;
-      state.name = wideToUtf8(found);
-      state.conditions = conditionsFromSpooler(records[i].Status, records[i].Attributes, 0, records[i].cJobs > 0);
-      state.media = readConsumables(found);
-    }
+  if (const PRINTER_INFO_2W* record = matchingRecord(buffer, count, printerName)) {
+    state.known = true;
+    state.name = wideToUtf8(record->pPrinterName);
+    state.conditions = conditionsFromSpooler(record->Status, record->Attributes, 0, record->cJobs > 0);
+    state.media = readConsumables(record->pPrinterName);
+  }
   return state;
 }
 

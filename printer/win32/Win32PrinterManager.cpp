@@ -99,14 +99,22 @@ std::vector<BYTE> printerRecords(DWORD& count, bool& failed) {
   return buffer;
 }
 
+const PRINTER_INFO_2W* matchingRecord(const std::vector<BYTE>& buffer, DWORD count, const std::wstring& target) {
+  const auto* records = reinterpret_cast<const PRINTER_INFO_2W*>(buffer.data());
+  std::vector<std::wstring> names;
+  for (DWORD i = 0; i < count; ++i) names.emplace_back(records[i].pPrinterName ? records[i].pPrinterName : L"");
+  const std::wstring found = matchPrinter(names, target);
+  for (DWORD i = 0; i < count && !found.empty(); ++i)
+    if (names[i] == found) return &records[i];
+  return nullptr;
+}
+
 Printer openMatchingPrinter(const std::wstring& target, std::wstring& fullName) {
   DWORD count = 0;
   bool failed = false;
   const std::vector<BYTE> buffer = printerRecords(count, failed);
-  const auto* records = reinterpret_cast<const PRINTER_INFO_2W*>(buffer.data());
-  std::vector<std::wstring> names;
-  for (DWORD i = 0; i < count; ++i) names.emplace_back(records[i].pPrinterName ? records[i].pPrinterName : L"");
-  fullName = matchPrinter(names, target);
+  const PRINTER_INFO_2W* record = matchingRecord(buffer, count, target);
+  fullName = record ? record->pPrinterName : L"";
   HANDLE opened = nullptr;
   PRINTER_DEFAULTSW defaults{nullptr, nullptr, PRINTER_ACCESS_USE};
   if (fullName.empty() || !api().OpenPrinterW(const_cast<LPWSTR>(fullName.c_str()), &opened, &defaults)) return nullptr;

@@ -175,9 +175,8 @@ TEST_F(Commissioning, CheckAndTestPageOnDyeSubDrivers) {
 // attention while the media is low or the printer needs a person.
 TEST_F(Commissioning, PrintsLeftAndThePrintersConditionInCheckAndStatus) {
   writeConfig("kps-script", "256", "258");
-  root.write(work + "/config.ini", root.read(work + "/config.ini") + "[MediaLow]\nprints=1\n");
-  const std::string left = root.write("sandbox/cups/media-left", "2\n");
-  fs::permissions(left, fs::perms::all, fs::perm_options::add);  // the backend counts as lp
+  addToConfig("[MediaLow]\nprints=1\n");
+  setMediaLeft(2);
   SqliteFile store(root.file(work + "/PrintData.db"));
   ASSERT_TRUE(store.exec("CREATE TABLE local (uuid TEXT, path TEXT, status INTEGER, updateTime TEXT, syncTime TEXT, failReason TEXT)"));
   const auto lines = [&](const std::vector<std::string>& args, int code, const std::vector<std::string>& wanted) {
@@ -193,7 +192,7 @@ TEST_F(Commissioning, PrintsLeftAndThePrintersConditionInCheckAndStatus) {
   lines({"--test-page", "postcards"}, 1, {": result -3 (IPP_JOB_HELD)\n"});  // out of paper: it waits at the printer
   lines({"--check"}, 1, {"FAIL printer condition: needs a person: out of paper (media-empty)\n"});
   lines({"--status"}, 1, {"attention: the printer needs a person: out of paper (media-empty)\n"});
-  root.write("sandbox/cups/media-left", "400\n");  // a new roll: the waiting page comes out
+  setMediaLeft(400);  // a new roll: the waiting page comes out
   EXPECT_TRUE(waitUntil([] { return output(kCups + "lpstat -o").empty(); }, 30s));
   lines({"--check"}, 0, {"OK   printer condition: ready, 399 prints remaining on 4x6 media\n"});
 }

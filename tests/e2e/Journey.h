@@ -49,6 +49,12 @@ class ServiceJourney : public ::testing::Test {
     root.write(work + "/config.ini", sampleConfig({{"PrinterName", printer}, {"ScreenId", "E2E"},
                                                    {"FourSize", fourSize}, {"ThreeSize", threeSize}, {"Rearfeeder", "7"}}));
   }
+  // Sections added to the kiosk's config.ini.
+  void addToConfig(const std::string& sections) { root.write(work + "/config.ini", root.read(work + "/config.ini") + sections); }
+  // The test queue's prints left, counted by its backend (as lp) and reported after every job.
+  void setMediaLeft(int prints) {
+    fs::permissions(root.write("sandbox/cups/media-left", std::to_string(prints) + "\n"), fs::perms::all, fs::perm_options::add);
+  }
   void setTasks(const std::vector<std::string>& tasks) {
     root.write("sandbox/tasks.tmp", "{\"E2E\":" + taskList(tasks) + "}");
     fs::rename(root.file("sandbox/tasks.tmp"), root.file("sandbox/tasks.json"));

@@ -24,7 +24,7 @@ TEST_F(ServiceJourney, PaperOutMidJobRefilledAfterTheTimeOut) {
   for (const bool cancel : {false, true}) {
     SCOPED_TRACE(cancel ? "cancel" : "as always");
     const std::string id = cancel ? "T-cancelled" : "T-left";
-    if (cancel) root.write(work + "/config.ini", root.read(work + "/config.ini") + "[TimedOutJobs]\nvalue=cancel\n");
+    if (cancel) addToConfig("[TimedOutJobs]\nvalue=cancel\n");
     root.write("sandbox/cups/script-mode", "hang");
     tasks.push_back(task(id, "p/a.jpg"));
     setTasks(tasks);
@@ -49,7 +49,7 @@ TEST_F(ServiceJourney, KilledMidJobAndStartedAgain) {
     SCOPED_TRACE(waits ? "with [WaitForPrinter]" : "as always");
     const std::string one = waits ? "T-one-w" : "T-one", three = waits ? "T-three-w" : "T-three";
     writeConfig("kps-script", "256", "258");
-    if (waits) root.write(work + "/config.ini", root.read(work + "/config.ini") + "[WaitForPrinter]\nminutes=5\n");
+    if (waits) addToConfig("[WaitForPrinter]\nminutes=5\n");
     root.write("sandbox/cups/script-mode", "hang");  // each job waits until the test releases it
     for (const std::string& key : {"p/" + one + ".jpg", "p/" + three + ".jpg"}) putPicture(key);
     const auto jobAfter = [&](int job) {
@@ -105,9 +105,8 @@ TEST_F(ServiceJourney, KilledMidJobAndStartedAgain) {
 TEST_F(ServiceJourney, PaperOutBeforeAnOrderRefilledAfterFiveMinutes) {
   KPS_REAL_MINUTES_SKIPPED;
   writeConfig("kps-script", "256", "258");
-  root.write(work + "/config.ini", root.read(work + "/config.ini") + "[WaitForPrinter]\nminutes=10\n");
-  const std::string left = root.write("sandbox/cups/media-left", "0\n");
-  fs::permissions(left, fs::perms::all, fs::perm_options::add);  // the backend counts as lp
+  addToConfig("[WaitForPrinter]\nminutes=10\n");
+  setMediaLeft(0);
   for (const char* key : {"p/a.jpg", "p/b.jpg"}) putPicture(key);
   setTasks({task("T-a", "p/a.jpg")});
   startService();
@@ -120,7 +119,7 @@ TEST_F(ServiceJourney, PaperOutBeforeAnOrderRefilledAfterFiveMinutes) {
   // its one job, and no job is made for the next.
   EXPECT_FALSE(waitUntil([&] { return db.order("T-a") != "0|-|-" || !lastReport("T-a").empty() || lastJob() != job; }, 5min))
       << db.order("T-a") << " " << lastReport("T-a") << " " << lastJob();
-  root.write("sandbox/cups/media-left", "400\n");
+  setMediaLeft(400);
   ASSERT_TRUE(waitUntil([&] { return lastReport("T-b") == report("T-b", 2, 1); }, 60s)) << syncLog() << service->out();
   EXPECT_EQ(lastReport("T-a"), report("T-a", 2, 1));
   EXPECT_EQ(count(syncLog(), "\"taskId\":\"T-a\""), 1u);
@@ -137,7 +136,7 @@ TEST_F(ServiceJourney, PaperOutBeforeAnOrderRefilledAfterFiveMinutes) {
 TEST_F(ServiceJourney, APrinterThatNeedsAPersonIsWaitedFor) {
   KPS_REAL_MINUTES_SKIPPED;
   writeConfig("kps-script", "256", "258");
-  root.write(work + "/config.ini", root.read(work + "/config.ini") + "[WaitForPrinter]\nminutes=1\n");
+  addToConfig("[WaitForPrinter]\nminutes=1\n");
   std::vector<std::string> tasks;
   const auto order = [&](const std::string& id) {
     putPicture("p/" + id + ".jpg");
@@ -189,6 +188,35 @@ TEST_F(ServiceJourney, APrinterThatNeedsAPersonIsWaitedFor) {
   mode("ok");
   ASSERT_TRUE(waitUntil([] { return output("CUPS_SERVER=localhost:18631 lpstat -o").empty(); }, 30s));
   EXPECT_EQ(pagesOut().count(cancelled), 0u);
+}
+
+// Prints left where an operator looks, through the whole service: a queue whose driver reports
+// its media after every job (the test backend does it as dye-sub drivers do) shows the prints
+// left in the status file going down by one a print, low at [MediaLow], and out of media at
+// none; --status needs attention then. The printer is read at most once a minute.
+TEST_F(ServiceJourney, PrintsLeftGoDownWhereOperatorsLook) {
+  KPS_REAL_MINUTES_SKIPPED;
+  writeConfig("kps-script", "256", "258");
+  addToConfig("[StatusFile]\npath=status.json\n[MediaLow]\nprints=1\n");
+  setMediaLeft(2);
+  for (const char* key : {"p/1.jpg", "p/2.jpg"}) putPicture(key);
+  const auto printer = [&](const std::string& object) {
+    return waitUntil([&] { return root.read(work + "/status.json").find("\"printer\":{\"name\":\"kps-script\"," + object) != std::string::npos; },
+                     150s);
+  };
+  setTasks({task("T-1", "p/1.jpg")});
+  startService();
+  ASSERT_TRUE(waitUntil([&] { return lastReport("T-1") == report("T-1", 2, 1); }, 60s)) << syncLog();
+  EXPECT_TRUE(printer(R"("ready":true,"conditions":["media-low"],"message":null,"media":"4x6","remainingPrints":1})"))
+      << root.read(work + "/status.json");
+  setTasks({task("T-1", "p/1.jpg"), task("T-2", "p/2.jpg")});
+  ASSERT_TRUE(waitUntil([&] { return lastReport("T-2") == report("T-2", 2, 1); }, 60s)) << syncLog();
+  EXPECT_TRUE(printer(R"("ready":false,"conditions":["media-empty"],"message":null,"media":"4x6","remainingPrints":0})"))
+      << root.read(work + "/status.json");
+  EXPECT_NE(service->out().find("] printer condition: media-low\n"), std::string::npos) << service->out();
+  EXPECT_NE(service->out().find("] printer condition: media-empty\n"), std::string::npos) << service->out();
+  EXPECT_EQ(runCommand({"--status"}), 1) << commandOut;
+  EXPECT_NE(commandOut.find("attention: the printer needs a person: out of paper (media-empty)\n"), std::string::npos) << commandOut;
 }
 
 }  // namespace

@@ -135,7 +135,7 @@ TEST_F(ServiceJourney, AFullDiskIsWaitedOutAndNothingIsLost) {
 // [StatusFile]: after a poll, a sync, a printed and a failed order, the heartbeat says each; and
 // `--status` beside the running service finds it fresh and the kiosk healthy.
 TEST_F(ServiceJourney, StatusFileAfterAPrintedAndAFailedOrder) {
-  root.write(work + "/config.ini", root.read(work + "/config.ini") + "[StatusFile]\npath=status.json\n");
+  addToConfig("[StatusFile]\npath=status.json\n");
   putPicture("p/a.jpg");
   setTasks({task("T-ok", "p/a.jpg"), task("T-bad", "p/a.jpg", 1, "posters")});
   startService();
@@ -290,7 +290,7 @@ TEST_F(WineJourney, KilledWithTheWholeWineServerAndStartedAgainLosesNoOrder) {
 
 // [LogFile] under Windows: the exe's own lines, without a redirection, in today's file.
 TEST_F(WineJourney, WithALogFileTheLinesGoToTodaysFile) {
-  root.write(work + "/config.ini", root.read(work + "/config.ini") + "[LogFile]\nfolder=logs\n");
+  addToConfig("[LogFile]\nfolder=logs\n");
   putPicture("p/post.jpg");
   setTasks({task("T-post", "p/post.jpg")});
   const std::string today = work + "/logs/kiosk-print-service-" + localTimeString(std::time(nullptr)).substr(0, 10) + ".log";
