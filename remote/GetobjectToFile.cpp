@@ -1,5 +1,6 @@
 #include <iostream>
 
+#include "base/Health.h"
 #include "remote/ObjectStore.h"
 #include "remote/RemoteOrderIdManger.h"
 
@@ -21,6 +22,8 @@ int RemoteOrderIdManger::GetobjectToFile(const std::string& objectKey, const std
     lastLocalFailure_ = error.keyLocal ? LocalFailure::Key : LocalFailure::Machine;
     lastLocalMessage_ = error.message;
   }
+  // This machine's disk is not the object store's failure.
+  if (!error.localWrite) Health::instance().noteDownloadFailed();
   return 1;
 }
 

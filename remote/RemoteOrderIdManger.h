@@ -14,8 +14,9 @@ class RemoteOrderIdManger : public Database {
 
   // Asks the backend for this screen's tasks and takes in what comes back.
   void GetTaskList(std::string screenNumber, std::string url);
-  // Records the tasks of one task-list body; wakes the print worker when it stored any.
-  void ReceiveBackupData(const std::string& body);
+  // Records the tasks of one task-list body; wakes the print worker when it stored any. False
+  // when the body is not accepted.
+  bool ReceiveBackupData(const std::string& body);
   // 0 when the object was fetched into filePath, 1 when it was not.
   virtual int GetobjectToFile(const std::string& objectKey, const std::string& filePath);
 
@@ -25,6 +26,8 @@ class RemoteOrderIdManger : public Database {
   // Deferred: this machine could not store it (a full disk), so the task waits for a later poll.
   Picture ensurePicture(const std::string& pic, const std::string& path, const OwnFiles& own,
                         int& retries);
+  // A pending order whose picture is not there (any more) fails.
+  void failPictureMissing(const std::string& uuid);
 
   // Where the last download failed on this machine's side, if it did.
   // Refused: the object is no picture (too large, too slow); lastLocalMessage_ says why.

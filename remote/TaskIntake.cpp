@@ -51,16 +51,22 @@ std::string createFolderFor(const std::string& path, std::error_code& machine) {
 
 }  // namespace
 
+void RemoteOrderIdManger::failPictureMissing(const std::string& uuid) {
+  // Counted only where a pending order became failed: a row in any other state keeps it.
+  if (updateFailStatus(uuid, 4, kPictureMissing)) Health::instance().noteOrderEnded(OrderEnd::Failed, kPictureMissing);
+  updateTime(uuid);
+}
+
 void RemoteOrderIdManger::GetTaskList(std::string screenNumber, std::string url) {
   const std::string parameters = taskListQuery(screenNumber);
   std::string body;
   if (HttpRequest(url, parameters, "GET", body) != 0) {
-    Health::instance().notePoll(std::string("transfer error: ") + curl_easy_strerror(lastTaskListResult));
+    Health::instance().notePoll(std::string("transfer error: ") + curl_easy_strerror(lastTaskListResult), false);
     return;
   }
   logLine(KPS_TAG_REMOTE, __LINE__, "response :", body);
-  ReceiveBackupData(body);
-  Health::instance().notePoll("HTTP " + std::to_string(lastTaskListStatus) + ", " + lastListOutcome_);
+  const bool accepted = ReceiveBackupData(body);
+  Health::instance().notePoll("HTTP " + std::to_string(lastTaskListStatus) + ", " + lastListOutcome_, accepted);
 }
 
 RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::string& pic,
@@ -114,14 +120,14 @@ RemoteOrderIdManger::Picture RemoteOrderIdManger::ensurePicture(const std::strin
   return Picture::Present;
 }
 
-void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
+bool RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
   std::lock_guard<std::mutex> intakePass(databaseMutex);
   std::string refusal;
   const auto tasks = parseTaskList(body, &refusal);
   if (!refusal.empty()) logLine(KPS_TAG_REMOTE, __LINE__, "task list refused: ", refusal);
   lastListOutcome_ = tasks ? "code \"100\", " + std::to_string(tasks->size()) + " task(s)"
                            : "not accepted" + (refusal.empty() ? std::string() : ": " + refusal);
-  if (!tasks) return;
+  if (!tasks) return false;
 
   int newOrders = 0;
   int retries = 0;
@@ -141,8 +147,7 @@ void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
       std::error_code ignored;
       if (*stored == 0 && !std::filesystem::is_regular_file(toPath(path), ignored)) {
         logLine(KPS_TAG_REMOTE, __LINE__, " insertOrder fail ");
-        updateFailStatus(entry.taskId, 4, "IPP_JOB_HELD_PIC_PATH_NOT_EXIST");
-        updateTime(entry.taskId);
+        failPictureMissing(entry.taskId);
       }
       continue;
     }
@@ -160,10 +165,10 @@ void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
     } else if (insertOrder("local", entry.orderNo, entry.taskId, path, 4, entry.number,
                            entry.type)) {
       std::cout << " insertOrder success " << std::endl;
+      Health::instance().noteOrderEnded(OrderEnd::Failed);
     } else {
       logLine(KPS_TAG_REMOTE, __LINE__, " insertOrder fail ");
-      updateFailStatus(entry.taskId, 4, "IPP_JOB_HELD_PIC_PATH_NOT_EXIST");
-      updateTime(entry.taskId);
+      failPictureMissing(entry.taskId);
     }
   }
 
@@ -172,6 +177,7 @@ void RemoteOrderIdManger::ReceiveBackupData(const std::string& body) {
       logLine(KPS_TAG_REMOTE, __LINE__, "receive backup data :", body);
       logLine(KPS_TAG_REMOTE, __LINE__, "----receive backup data to printer---");
     });
+  return true;
 }
 
 }  // namespace kps

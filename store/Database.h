@@ -96,8 +96,8 @@ class Database {
   void getOrdersByOrderNo(const std::string& table, const std::string& orderNo,
                           std::vector<OrderStatusRecord>& list);
 
-  // Status stamping.
-  void updateFailStatus(const std::string& uuid, std::int32_t status, const std::string& failReason);
+  // Status stamping. A failure is written only over a pending order: true when it was.
+  bool updateFailStatus(const std::string& uuid, std::int32_t status, const std::string& failReason);
   void updateStatus(const std::string& uuid, std::int32_t status, std::int32_t completedNumber);
   void updateTime(const std::string& uuid);
   void updateSyncTime(const std::string& uuid);
@@ -115,6 +115,10 @@ class Database {
   static std::int32_t printImage(const std::string& printerName, const std::string& path,
                                  const std::string& type, CopyJob* copy = nullptr);
   static std::string printResultName(std::int32_t code);
+  // The intake's failReason for an order whose picture cannot be had.
+  static constexpr const char* kPictureMissing = "IPP_JOB_HELD_PIC_PATH_NOT_EXIST";
+  // Every failReason an order can end with but the empty one: the print run's and the intake's.
+  static std::vector<std::string> failReasonNames();
   // The last run ended with a copy waiting for its printer ([WaitForPrinter]): the worker looks
   // again soon without a new order.
   bool waitingForPrinter() const;
@@ -162,12 +166,12 @@ class Database {
   // What the print run keeps between runs while copies wait for a person.
   std::unique_ptr<PrinterWait> printerWait_;
   // One status update under the store's mutex: prepare (a failure reported on standard error
-  // after prepareFailure), bind, then step with the busy retry.
-  void updateRow(const char* sql, const char* prepareFailure,
+  // after prepareFailure), bind, then step with the busy retry. True when it changed a row.
+  bool updateRow(const char* sql, const char* prepareFailure,
                  const std::function<void(SqliteStatement&)>& bind, const char* failureLine,
                  const char* successLine);
-  // Steps a status update up to five times while the database is busy.
-  void stepWithBusyRetry(SqliteStatement& statement, const char* failureLine,
+  // Steps a status update up to five times while the database is busy; its last result.
+  int stepWithBusyRetry(SqliteStatement& statement, const char* failureLine,
                          const char* successLine);
 };
 

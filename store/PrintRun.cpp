@@ -3,6 +3,7 @@
 #include <iostream>
 #include <vector>
 
+#include "base/Health.h"
 #include "base/Log.h"
 #include "printer/PrintDecisions.h"
 #include "printer/PrinterManager.h"
@@ -24,6 +25,13 @@ std::string Database::printResultName(std::int32_t code) {
     case -7: return "IPP_TIME_OUT";
     default: return "";
   }
+}
+
+std::vector<std::string> Database::failReasonNames() {
+  std::vector<std::string> names;
+  for (std::int32_t code = -1; !printResultName(code).empty(); --code) names.push_back(printResultName(code));
+  names.push_back(kPictureMissing);
+  return names;
 }
 
 std::int32_t Database::printImage(const std::string& printerName, const std::string& path,
@@ -98,6 +106,7 @@ bool Database::printOrder(const OrderToPrint& order) {
   if (order.realNumber > 0) planCopies(order.uuid, order.realNumber);
   const std::map<std::int32_t, CopyRecord> records = copyRecords(order.uuid);
   int succeeded = 0, failed = 0;
+  std::int32_t firstFailure = 0;  // the order's failReason is the first failed copy's
   for (std::int32_t i = 0; i < order.realNumber; ++i) {
     const auto found = records.find(i + 1);
     const CopyRecord* record = found == records.end() ? nullptr : &found->second;
@@ -121,13 +130,19 @@ bool Database::printOrder(const OrderToPrint& order) {
       recordCopyEnd(order.uuid, i + 1, code);
     }
     code == 0 ? ++succeeded : ++failed;
+    if (code != 0 && firstFailure == 0) firstFailure = code;
   }
+  // Counted here, where every copy has ended, so that an order counts once whatever its copies did.
   if (order.realNumber > 1 && succeeded > 0 && failed > 0) {
     updateStatus(order.uuid, 5, succeeded);
     logLine(KPS_TAG_DATABASE, __LINE__, "Print faild PARTIAL_COMPLETED ");
+    Health::instance().noteOrderEnded(OrderEnd::Partial);
   } else if (succeeded == order.realNumber) {
     updateStatus(order.uuid, 2, order.realNumber);
     logLine(KPS_TAG_DATABASE, __LINE__, "Print success ");
+    Health::instance().noteOrderEnded(OrderEnd::Printed);
+  } else if (failed > 0) {
+    Health::instance().noteOrderEnded(OrderEnd::Failed, printResultName(firstFailure));
   }
   return true;
 }

@@ -11,35 +11,37 @@ namespace kps {
 
 std::string Database::currentTimeString() { return localTimeString(); }
 
-void Database::stepWithBusyRetry(SqliteStatement& statement, const char* failureLine,
-                                 const char* successLine) {
+int Database::stepWithBusyRetry(SqliteStatement& statement, const char* failureLine,
+                                const char* successLine) {
   // Any result but busy counts as done, errors included: the row is left as SQLite left it.
+  int result = SQLITE_BUSY;
   for (int attempt = 0; attempt < 5; ++attempt) {
-    if (statement.step() != SQLITE_BUSY) {
+    if ((result = statement.step()) != SQLITE_BUSY) {
       logLine(KPS_TAG_DATABASE, __LINE__, successLine);
-      return;
+      return result;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     logLine(KPS_TAG_DATABASE, __LINE__, failureLine, errorMessage());
   }
+  return result;
 }
 
-void Database::updateRow(const char* sql, const char* prepareFailure,
+bool Database::updateRow(const char* sql, const char* prepareFailure,
                          const std::function<void(SqliteStatement&)>& bind,
                          const char* failureLine, const char* successLine) {
   std::lock_guard<std::mutex> lock(mutex);
   SqliteStatement update(db, sql);
   if (!update.ok()) {
     std::cerr << prepareFailure << errorMessage() << std::endl;
-    return;
+    return false;
   }
   bind(update);
-  stepWithBusyRetry(update, failureLine, successLine);
+  return stepWithBusyRetry(update, failureLine, successLine) == SQLITE_DONE && sqlite3_changes(db) > 0;
 }
 
-void Database::updateFailStatus(const std::string& uuid, std::int32_t status,
+bool Database::updateFailStatus(const std::string& uuid, std::int32_t status,
                                 const std::string& failReason) {
-  updateRow("UPDATE local SET status = ?, failReason = ? WHERE uuid = ? and status = 0;",
+  return updateRow("UPDATE local SET status = ?, failReason = ? WHERE uuid = ? and status = 0;",
             "Failed to prepare update statement: ",
             [&](SqliteStatement& update) {
               update.bind(1, status);

@@ -58,10 +58,10 @@ void Database::postStatus(const std::string& url, const rapidjson::Document& doc
   const int rows = static_cast<int>(document.Size());
   if (sendRequest(url, body, "POST", response) != 0) {
     std::cout << "URL_UPDATE_PRINTSTATUS ERROR " << std::endl;
-    Health::instance().noteSync(rows, "not reached the backend");
+    Health::instance().noteSync(rows, "not reached the backend", false);
     return;
   }
-  Health::instance().noteSync(rows, "reported");
+  Health::instance().noteSync(rows, "reported", true);
   // Any completed exchange counts as received; the answer is only logged.
   logLine(KPS_TAG_DATABASE, __LINE__, "backend updataDataResponse : ", response);
   for (const auto& item : document.GetArray()) {

@@ -9,9 +9,11 @@
 #include <thread>
 #include <vector>
 
+#include "base/Health.h"
 #include "remote/HttpRequest.h"
 #include "remote/RemoteOrderIdManger.h"
 #include "store/Database.h"
+#include "tests/support/Counted.h"
 #include "tests/support/HttpsServer.h"
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/SqliteFile.h"
@@ -193,14 +195,23 @@ TEST_F(Backend, SyncSendsExactlyTheChangedRowsAsCompactJsonInStoredOrder) {
   row("failed-no-reason", 4, "NULL", t0);
   row("quote\"d", 4, "NULL", t0, "'line\nbreak\\'");
 
+  const auto lastSuccess = [] { return Health::instance().counts().lastSyncSuccess; };
+  auto succeeded = lastSuccess();
   {
     OutputWatcher down;
+    const Counted counted;
     store.syncStatus("https://127.0.0.1:1/sync");  // a backend that is down stamps nothing
     EXPECT_NE(down.text().find("URL_UPDATE_PRINTSTATUS ERROR \n"), std::string::npos);
     EXPECT_EQ(file.scalar("SELECT group_concat(uuid) FROM local WHERE syncTime > ''"), "changed,unchanged,same-second");
+    EXPECT_EQ(counted.since(), "sync failed");
+    EXPECT_EQ(lastSuccess(), succeeded);
   }
   OutputWatcher log;
+  const Counted counted;
   store.syncStatus(base + "/sync");
+  EXPECT_EQ(counted.since(), "");  // its 500 is a completed exchange too
+  EXPECT_GT(lastSuccess(), succeeded);
+  succeeded = lastSuccess();
   const auto requests = sent();
   ASSERT_EQ(requests.size(), 1u);
   EXPECT_EQ(requests[0],
@@ -218,6 +229,31 @@ TEST_F(Backend, SyncSendsExactlyTheChangedRowsAsCompactJsonInStoredOrder) {
   store.syncStatus(base + "/sync");  // everything reported: nothing more to send, nothing logged
   EXPECT_EQ(sent().size(), 1u);
   EXPECT_EQ(quiet.text(), "");
+  EXPECT_EQ(lastSuccess(), succeeded);
+}
+
+// A poll succeeds, for the metrics, when the backend's task list was accepted: then it is
+// stamped; anything else counts as a failed poll.
+TEST_F(Backend, APollSucceedsOnlyWithAnAcceptedTaskList) {
+  RemoteOrderIdManger intake(dir.file("Intake.db"));
+  const std::pair<std::string, bool> polls[] = {
+      {base + "/print/task/list", true},
+      {base + "/list", false},     // code "100" without its "msg"
+      {base + "/missing", false},  // HTTP 404
+      {"https://127.0.0.1:1/print/task/list", false},
+      {base + "/print/task/list", true},
+  };
+  for (const auto& [url, accepted] : polls) {
+    const auto before = Health::instance().counts().lastPollSuccess;
+    const Counted counted;
+    OutputWatcher quiet;
+    testing::internal::CaptureStderr();
+    intake.GetTaskList("S", url);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(counted.since(), accepted ? "" : "poll failed") << url;
+    const auto after = Health::instance().counts().lastPollSuccess;
+    EXPECT_TRUE(accepted ? after > before : after == before) << url;
+  }
 }
 
 }  // namespace

@@ -79,10 +79,12 @@ TEST_F(Intake, WhatADownloadFailsOnAndWhatItRetries) {
     c.tweak(ossSettings());
     std::filesystem::remove(dir.file("k.jpg"));
     testing::internal::CaptureStdout();
+    const Counted counted;
     const int result = intake.GetobjectToFile(c.key, dir.file("k.jpg"));
     const std::string out = testing::internal::GetCapturedStdout();
     const bool fetched = c.line == ok;
     EXPECT_EQ(result, fetched ? 0 : 1) << c.name;
+    EXPECT_EQ(counted.since(), fetched ? "" : "download failed") << c.name;
     EXPECT_EQ(out.substr(0, c.line.size()), c.line) << c.name;
     EXPECT_EQ(store.requests(), c.requests) << c.name;
     EXPECT_EQ(store.pauses(), c.pauses) << c.name;
@@ -90,6 +92,20 @@ TEST_F(Intake, WhatADownloadFailsOnAndWhatItRetries) {
     EXPECT_EQ(filesIn(dir), fetched ? std::vector<std::string>{"k.jpg"} : std::vector<std::string>{}) << c.name;
     EXPECT_EQ(fetched ? dir.read("k.jpg") : "", c.key == "pics/k.jpg" && fetched ? object : "") << c.name;
   }
+}
+
+// An object this machine cannot keep (here its folder is a file) is not the store's failure: the
+// metrics count no failed download for it.
+TEST_F(Intake, ADownloadThisMachineCannotKeepIsNotCountedAsTheStores) {
+  store.put("pics/k.jpg", "jpeg");
+  dir.write("file", "a file where a folder would be");
+  const Counted counted;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(intake.GetobjectToFile("pics/k.jpg", dir.file("file/k.jpg")), 1);
+  EXPECT_NE(testing::internal::GetCapturedStdout().find("GetObjectToFile fail,code:ClientError:200023,message:cannot write "),
+            std::string::npos);
+  EXPECT_EQ(store.requests(), 1);
+  EXPECT_EQ(counted.since(), "");
 }
 
 // An error body is kept only as far as an error document goes, never in memory whole: a child

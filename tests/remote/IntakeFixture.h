@@ -13,6 +13,7 @@
 #include "remote/RemoteOrderIdManger.h"
 #include "remote/TaskList.h"
 #include "store/Runtime.h"
+#include "tests/support/Counted.h"
 #include "tests/support/HttpsServer.h"
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/SandboxObjectStore.h"

@@ -64,8 +64,11 @@ TEST_F(Intake, FailingPicturesShareOneRetryBudgetAndAPendingOrderIsMarked) {
   ASSERT_TRUE(intake.insertOrder("local", "O", "T-1", "gone.jpg", 0, 1, "frames"));
   ASSERT_TRUE(intake.insertOrder("local", "O", "T-2", "gone.jpg", 2, 1, "frames"));
   OutputWatcher log;
+  const Counted counted;
   intake.ReceiveBackupData(taskList({task("T-1", "gone.jpg"), task("T-2", "gone.jpg"), task("T-3", "x/3.jpg"),
                                      task("T-4", "x/4.jpg")}));
+  // Each failed order once, each download that failed (a retry is one).
+  EXPECT_EQ(counted.since(), "failed none x2, failed IPP_JOB_HELD_PIC_PATH_NOT_EXIST, download failed x5");
   // T-1 and T-2 are orders already: nothing of them is fetched. 1 + 3 for T-3, 1 for T-4.
   EXPECT_EQ(store.requests(), 1 + 3 + 1);
   EXPECT_EQ(rows(), "T-1:4:IPP_JOB_HELD_PIC_PATH_NOT_EXIST T-2:2:- T-3:4:- T-4:4:-");
@@ -83,8 +86,11 @@ TEST_F(Intake, ATaskAlreadyStoredIsNotFetchedAgain) {
   store.put("pics/ok.jpg", "jpeg");
   ossSettings().mostObjectBytes = 2000;
   const std::string text = taskList({task("T-big", "pics/big.jpg"), task("T-ok", "pics/ok.jpg"), task("T-bad", "../x.jpg")});
+  Counted counted;
   intake.ReceiveBackupData(text);
   EXPECT_EQ(rows(), "T-bad:4:- T-big:4:- T-ok:0:-");
+  EXPECT_EQ(counted.since(), "failed none x2, download failed");  // the refused key is never asked for
+  counted = Counted();
   EXPECT_EQ(store.requests(), 2);
   std::filesystem::remove(dir.file("pics/ok.jpg"));  // gone before it printed
   OutputWatcher log;
@@ -95,6 +101,7 @@ TEST_F(Intake, ATaskAlreadyStoredIsNotFetchedAgain) {
   EXPECT_EQ(store.requests(), 2);
   EXPECT_EQ(log.text().find("refused picture key"), std::string::npos) << log.text();
   EXPECT_EQ(rows(), "T-bad:4:- T-big:4:- T-ok:4:IPP_JOB_HELD_PIC_PATH_NOT_EXIST");
+  EXPECT_EQ(counted.since(), "failed IPP_JOB_HELD_PIC_PATH_NOT_EXIST");  // once, though listed twice
 }
 
 // Keys that cannot be a picture here, and copy counts no kiosk prints: each task is stored

@@ -11,6 +11,7 @@
 #include "printer/PrinterSettings.h"
 #include "store/Database.h"
 #include "store/PrinterWait.h"
+#include "tests/support/Counted.h"
 #include "tests/support/OutputWatcher.h"
 #include "tests/support/SqliteFile.h"
 #include "tests/support/TempDir.h"
@@ -89,20 +90,22 @@ TEST_F(PrintRunTest, RowOutcomesCopyByCopy) {
     std::string row;          // status|completedNumber|failReason after the run
     const char* closingLine;  // the run's last line for the order, or nullptr
     bool stamped;             // every change a copy made was followed by updateTime
+    const char* counted;      // what the metrics count of it: once, as its final status says
   };
   const Case cases[] = {
-      {"all_printed", 3, {0, 0, 0}, "2|3|-", "Print success ", true},
-      {"one_copy_failed", 1, {-7}, "4|-|IPP_TIME_OUT", nullptr, true},
-      {"all_failed", 2, {-3, -6}, "4|-|IPP_JOB_HELD", nullptr, true},
-      {"stopped", 1, {-4}, "4|-|IPP_JOB_STOPPED", nullptr, true},
-      {"cancelled", 1, {-5}, "4|-|IPP_JOB_CANCELED", nullptr, true},
-      {"aborted", 1, {-6}, "4|-|IPP_JOB_ABORTED", nullptr, true},
-      {"first_failed_then_printed", 3, {-1, 0, 0}, "5|2|IPP_JOB_HELD_NOT_PRINTER", "Print faild PARTIAL_COMPLETED ", true},
-      {"first_printed_then_failed", 2, {0, -4}, "5|1|-", "Print faild PARTIAL_COMPLETED ", true},
-      {"zero_copies", 0, {}, "2|0|-", "Print success ", false},  // no copy, no stamp
-      {"negative_copies", -2, {}, "0|-|-", nullptr, false},
-      {"unnamed_failure", 1, {-9}, "4|-|", nullptr, true},
-      {"unnamed_code_8", 1, {-8}, "4|-|", nullptr, true},
+      {"all_printed", 3, {0, 0, 0}, "2|3|-", "Print success ", true, "printed"},
+      {"one_copy_failed", 1, {-7}, "4|-|IPP_TIME_OUT", nullptr, true, "failed IPP_TIME_OUT"},
+      {"all_failed", 2, {-3, -6}, "4|-|IPP_JOB_HELD", nullptr, true, "failed IPP_JOB_HELD"},
+      {"stopped", 1, {-4}, "4|-|IPP_JOB_STOPPED", nullptr, true, "failed IPP_JOB_STOPPED"},
+      {"cancelled", 1, {-5}, "4|-|IPP_JOB_CANCELED", nullptr, true, "failed IPP_JOB_CANCELED"},
+      {"aborted", 1, {-6}, "4|-|IPP_JOB_ABORTED", nullptr, true, "failed IPP_JOB_ABORTED"},
+      {"first_failed_then_printed", 3, {-1, 0, 0}, "5|2|IPP_JOB_HELD_NOT_PRINTER", "Print faild PARTIAL_COMPLETED ", true,
+       "partial"},
+      {"first_printed_then_failed", 2, {0, -4}, "5|1|-", "Print faild PARTIAL_COMPLETED ", true, "partial"},
+      {"zero_copies", 0, {}, "2|0|-", "Print success ", false, "printed"},  // no copy, no stamp
+      {"negative_copies", -2, {}, "0|-|-", nullptr, false, ""},  // never final
+      {"unnamed_failure", 1, {-9}, "4|-|", nullptr, true, "failed none"},
+      {"unnamed_code_8", 1, {-8}, "4|-|", nullptr, true, "failed none"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -113,9 +116,11 @@ TEST_F(PrintRunTest, RowOutcomesCopyByCopy) {
       return next < c.codes.size() ? c.codes[next++] : 999;
     };
     OutputWatcher log;
+    const Counted counted;
     store.printPendingOrders();
     EXPECT_EQ(next, c.codes.size());
     EXPECT_EQ(file.order(c.name), c.row);
+    EXPECT_EQ(counted.since(), c.counted);
     EXPECT_EQ(file.scalar("SELECT updateTime IS NOT NULL FROM local WHERE uuid='" + std::string(c.name) + "'"),
               c.stamped ? "1" : "0");
     const std::string out = log.text();
@@ -182,18 +187,19 @@ TEST_F(PrintRunTest, AStoppedServicesCopiesAreFollowedAndTheRestMade) {
     std::string copiesBefore;  // "copy,jobId,result" rows of table jobs
     std::int32_t followed;     // what the spooler says of the job followed
     std::string row, calls, copiesAfter;
+    std::string counted;  // by this process, which saw the order end
   };
   const Row rows[] = {
-      {"one copy at the spooler", 0, 1, "(1, 7, NULL)", 0, "2|1|-", "follow Print Image T 1/1 #7", "1:7:0"},
+      {"one copy at the spooler", 0, 1, "(1, 7, NULL)", 0, "2|1|-", "follow Print Image T 1/1 #7", "1:7:0", "printed"},
       {"the second of three at the spooler", 2, 3, "(1, 5, 0), (2, 6, NULL), (3, NULL, NULL)", 0, "2|3|-",
-       "follow Print Image T 2/3 #6, print Print Image T 3/3", "1:5:0 2:6:0 3:9:0"},
+       "follow Print Image T 2/3 #6, print Print Image T 3/3", "1:5:0 2:6:0 3:9:0", "printed"},
       {"being made, never at the spooler", 0, 1, "(1, 0, NULL)", kPrintNoJob, "2|1|-",
-       "follow Print Image T 1/1 #0, print Print Image T 1/1", "1:9:0"},
+       "follow Print Image T 1/1 #0, print Print Image T 1/1", "1:9:0", "printed"},
       {"its job failed at the spooler", 0, 1, "(1, 7, NULL)", -1, "4|-|IPP_JOB_HELD_NOT_PRINTER", "follow Print Image T 1/1 #7",
-       "1:7:-1"},
+       "1:7:-1", "failed IPP_JOB_HELD_NOT_PRINTER"},
       {"the first of two failed before the stop", 4, 2, "(1, NULL, -6), (2, NULL, NULL)", 0, "5|1|IPP_JOB_ABORTED",
-       "print Print Image T 2/2", "1:-:-6 2:9:0"},
-      {"printed by an older version", 2, 3, "", 0, "2|1|-", "", "NULL"},
+       "print Print Image T 2/2", "1:-:-6 2:9:0", "partial"},
+      {"printed by an older version", 2, 3, "", 0, "2|1|-", "", "NULL", ""},
   };
   spooler.print = [](const std::wstring&, const std::wstring&, const std::string&, CopyJob*) { return 0; };
   for (const Row& row : rows) {
@@ -210,8 +216,10 @@ TEST_F(PrintRunTest, AStoppedServicesCopiesAreFollowedAndTheRestMade) {
     spooler.calls.clear();
     spooler.jobIds = {9};
     spooler.follow = [&](CopyJob&) { return row.followed; };
+    const Counted counted;
     store.printPendingOrders();
     EXPECT_EQ(file.order("T"), row.row);
+    EXPECT_EQ(counted.since(), row.counted);
     std::string calls;
     for (const auto& call : spooler.calls) calls += (calls.empty() ? "" : ", ") + call;
     EXPECT_EQ(calls, row.calls);
@@ -232,6 +240,7 @@ TEST_F(PrintRunTest, ACopyWaitsForAPersonThenPrintsOnceOrFailsWithNothingLeft) {
     for (Condition c : conditions) s.conditions.push_back({c, Severity::Error});
     return s;
   };
+  Counted counted;
   const auto run = [&](std::chrono::seconds later) {
     now += later;
     spooler.calls.clear();
@@ -259,10 +268,12 @@ TEST_F(PrintRunTest, ACopyWaitsForAPersonThenPrintsOnceOrFailsWithNothingLeft) {
   EXPECT_EQ(run(10s), "");
   EXPECT_EQ(file.order("A"), "0|-|-");
   EXPECT_EQ(count(log.text(), "] printer needs a person: out of paper (media-empty)\n"), 1u);
+  EXPECT_EQ(counted.since(), "");  // a waiting order is not final
   spooler.state = state({});
   spooler.jobIds = {10};
   EXPECT_EQ(run(10s), "print Print Image A 1/1");
   EXPECT_EQ(file.order("A"), "2|1|-");
+  EXPECT_EQ(counted.since(), "printed");
   EXPECT_FALSE(store.waitingForPrinter());
   EXPECT_EQ(count(log.text(), "] printer is back, printing again\n"), 1u);
 
@@ -279,8 +290,10 @@ TEST_F(PrintRunTest, ACopyWaitsForAPersonThenPrintsOnceOrFailsWithNothingLeft) {
   EXPECT_EQ(run(10s), "follow Print Image B 1/1 #11");
   EXPECT_EQ(run(51s), "follow Print Image B 1/1 #11, resume, release #11");
   EXPECT_EQ(file.order("B"), "0|-|-");
+  EXPECT_EQ(counted.since(), "printed");
   EXPECT_EQ(run(10min), "follow Print Image B 1/1 #11, cancel #11");
   EXPECT_EQ(file.order("B"), "4|-|IPP_JOB_FILE_NOT_EXIST");
+  EXPECT_EQ(counted.since(), "printed, failed IPP_JOB_FILE_NOT_EXIST");
   EXPECT_NE(log.text().find("] printer needed a person too long, its job cancelled: Print Image B 1/1\n"), std::string::npos);
 
   // Still needing a person past the minutes, a copy fails at once, with no job: an operator's
@@ -290,6 +303,7 @@ TEST_F(PrintRunTest, ACopyWaitsForAPersonThenPrintsOnceOrFailsWithNothingLeft) {
   EXPECT_EQ(run(0s), "");
   EXPECT_EQ(file.order("C"), "4|-|IPP_JOB_HELD_NOT_PRINTER");
   EXPECT_EQ(printed, 1);
+  EXPECT_EQ(counted.since(), "printed, failed IPP_JOB_FILE_NOT_EXIST, failed IPP_JOB_HELD_NOT_PRINTER");
 }
 
 }  // namespace
