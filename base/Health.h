@@ -47,8 +47,9 @@ class Health {
   HealthCounts counts();
   std::time_t startTime() const { return startTime_; }
 
-  // A print run ended: the status file is written at the sync loop's next turn.
-  std::atomic<bool> runEnded{false};
+  // Print runs ended: the files monitoring tools read are written at the sync loop's next turn
+  // after one, each writer keeping the count it saw last.
+  std::atomic<std::uint64_t> runsEnded{0};
 
  private:
   Health();

@@ -58,12 +58,13 @@ std::string nameOf(const std::string& path) {
 
 }  // namespace
 
-OwnFiles::OwnFiles(std::string workingDirectory, std::string logFolder, std::string statusFile)
+OwnFiles::OwnFiles(std::string workingDirectory, std::string logFolder, const std::vector<std::string>& writtenFiles)
     : workingDirectory_(std::move(workingDirectory)) {
   for (const char* name : kOwnNames) files_.push_back(absolute(name));
-  if (!statusFile.empty()) {
-    files_.push_back(absolute(statusFile));
-    files_.push_back(absolute(statusFile) + ".tmp");  // its writer's temporary file
+  for (const std::string& file : writtenFiles) {
+    if (file.empty()) continue;
+    files_.push_back(absolute(file));
+    files_.push_back(absolute(file) + ".tmp");  // its writer's temporary file
   }
   if (!logFolder.empty()) logFolder_ = absolute(logFolder);
 }

@@ -1,5 +1,5 @@
 // The service's own files in its working directory: config.ini, the store and its companions,
-// a download's temporary file, and the files of its log and status settings. None of them is
+// a download's temporary file, and the files of its log, status and metrics settings. None of them is
 // ever a picture: a key naming one is refused, and retention never deletes one, whatever a row
 // says. On Windows names compare as the file system compares them (letter case, trailing dots
 // and blanks ignored); a file that exists is also recognised by its identity (a short 8.3 name,
@@ -13,10 +13,11 @@ namespace kps {
 
 class OwnFiles {
  public:
-  // workingDirectory as the intake joins keys to it; logFolder and statusFile as config.ini
-  // gives them (relative to the working directory, or absolute), empty when not set.
+  // workingDirectory as the intake joins keys to it; logFolder and the files the service writes
+  // for monitoring tools (status, metrics) as config.ini gives them (relative to the working
+  // directory, or absolute), empty when not set.
   explicit OwnFiles(std::string workingDirectory, std::string logFolder = "",
-                    std::string statusFile = "");
+                    const std::vector<std::string>& writtenFiles = {});
 
   // Whether the file at `path` (as an order row holds it) is one of the service's own.
   bool owns(const std::string& path) const;

@@ -10,7 +10,7 @@ const PrinterConfigValues& startSettings() {
 }
 
 OwnFiles serviceOwnFiles() {
-  return OwnFiles(workingDirectory(), startSettings().LogFolder, startSettings().StatusFilePath);
+  return OwnFiles(workingDirectory(), startSettings().LogFolder, {startSettings().StatusFilePath});
 }
 
 }  // namespace kps

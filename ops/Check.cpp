@@ -10,7 +10,7 @@
 #include "Deployment.h"
 #include "ops/Commands.h"
 #include "remote/Endpoints.h"
-#include "upkeep/StatusFile.h"
+#include "upkeep/ScheduledFile.h"
 
 namespace kps::ops {
 
@@ -48,7 +48,7 @@ std::string settingProblem(const ConfigSetting& setting, const PrinterConfigValu
       static_cast<std::int32_t>(static_cast<double>(values.*setting.number) * setting.drawnFactor) <= 0)
     return "draws nothing: every copy of the product types it sizes fails";
   if (std::string(setting.section) == "StatusFile" && !values.StatusFilePath.empty()) {
-    const std::string problem = statusFileProblem(values.StatusFilePath, values.LogFolder);
+    const std::string problem = writtenFileProblem(values.StatusFilePath, values.LogFolder);
     if (!problem.empty()) return problem + ": the service writes no status file";
   }
   return "";

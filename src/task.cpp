@@ -102,7 +102,7 @@ void printWorker() {
   for (;;)
     kps::printWorkerCycle(lock, [&] {
       sharedDatabase->printPendingOrders();
-      kps::Health::instance().runEnded = true;
+      ++kps::Health::instance().runsEnded;
       lookAgain = sharedDatabase->waitingForPrinter() ? std::optional<std::chrono::milliseconds>(10s) : std::nullopt;
     }, lookAgain);
 }
@@ -118,7 +118,7 @@ void syncLoop() {
   // Opt-in, as retention: without [StatusFile] nothing of it runs.
   std::unique_ptr<kps::StatusFile> status;
   if (!optIn.StatusFilePath.empty()) {
-    const std::string problem = kps::statusFileProblem(optIn.StatusFilePath, optIn.LogFolder);
+    const std::string problem = kps::writtenFileProblem(optIn.StatusFilePath, optIn.LogFolder);
     if (problem.empty())
       status = std::make_unique<kps::StatusFile>(optIn.StatusFilePath, printer);
     else

@@ -6,7 +6,6 @@
 #include "base/FilePath.h"
 #include "base/Health.h"
 #include "base/Log.h"
-#include "base/OwnFiles.h"
 #include "Deployment.h"
 #include "upkeep/PrinterWatch.h"
 #include "store/StoreReader.h"
@@ -37,23 +36,11 @@ const char* const kRecent = "local ORDER BY rowid DESC LIMIT 2000";
 
 }  // namespace
 
-std::string statusFileProblem(const std::string& path, const std::string& logFolder) {
-  const OwnFiles own(workingDirectory(), logFolder);
-  return own.owns(own.absolute(path)) ? path + " is one of the service's own files" : "";
-}
-
 StatusFile::StatusFile(std::string path, PrinterWatch& printer, std::string storePath)
-    : path_(std::move(path)), printer_(printer), storePath_(std::move(storePath)) {}
+    : file_(std::move(path), std::chrono::minutes(1), "status file"), printer_(printer), storePath_(std::move(storePath)) {}
 
 void StatusFile::writeIfDue(std::time_t now, std::chrono::steady_clock::time_point tick) {
-  using namespace std::chrono_literals;
-  const bool runEnded = Health::instance().runEnded.exchange(false);
-  if (!runEnded && lastWrite_ && tick - *lastWrite_ < 60s) return;
-  lastWrite_ = tick;
-  std::error_code error;
-  if (replaceFile(path_, render(now, tick), error) || (lastFailureLine_ && tick - *lastFailureLine_ < 1h)) return;
-  lastFailureLine_ = tick;
-  logLine(KPS_TAG_TASK, __LINE__, "status file cannot be written: ", path_ + ": " + error.message());
+  file_.writeIfDue([&] { return render(now, tick); }, tick);
 }
 
 std::string StatusFile::render(std::time_t now, std::chrono::steady_clock::time_point tick) {

@@ -8,17 +8,13 @@
 
 #include <chrono>
 #include <ctime>
-#include <optional>
 #include <memory>
 #include <string>
 
 #include "store/StoreReader.h"
+#include "upkeep/ScheduledFile.h"
 
 namespace kps {
-
-// Why a [StatusFile] path is not written, or "": it names one of the service's own files
-// (config.ini, the store and its companions, a log file), which JSON would replace.
-std::string statusFileProblem(const std::string& path, const std::string& logFolder);
 
 class PrinterWatch;
 
@@ -27,19 +23,17 @@ class StatusFile {
   // `printer`: the printer as the service last read it, shared with the other upkeep.
   StatusFile(std::string path, PrinterWatch& printer, std::string storePath = "PrintData.db");
 
-  // Writes when a minute has passed since the last write, or a print run has ended since. The
-  // minute is counted on the steady clock: a wall clock set back must not stop the heartbeat.
+  // Writes when a minute (of the steady clock) has passed since the last write, or a print run
+  // has ended since; see ScheduledFile.
   void writeIfDue(std::time_t now, std::chrono::steady_clock::time_point tick = std::chrono::steady_clock::now());
   // The object as it stands now (`tick`: now on the steady clock, for the printer's minute).
   std::string render(std::time_t now, std::chrono::steady_clock::time_point tick = std::chrono::steady_clock::now());
 
  private:
-  std::string path_;
+  ScheduledFile file_;
   PrinterWatch& printer_;
   std::string storePath_;
   std::unique_ptr<StoreReader> store_;  // kept open: its page cache stays warm between writes
-  std::optional<std::chrono::steady_clock::time_point> lastWrite_;
-  std::optional<std::chrono::steady_clock::time_point> lastFailureLine_;  // said at most once an hour
 };
 
 }  // namespace kps

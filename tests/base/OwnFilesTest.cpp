@@ -32,7 +32,7 @@ constexpr bool kWindows = false;
 
 TEST(OwnFiles, KeysNamingTheServicesFiles) {
   const std::string work = std::string(kWindows ? "C:\\Kiosk" : "/srv/kiosk");
-  const OwnFiles own(work, "logs", "health/status.json");
+  const OwnFiles own(work, "logs", {"health/status.json", "", "metrics.prom"});
   struct Case {
     std::string key;
     bool onLinux, onWindows;  // whether the key names one of the service's own files
@@ -62,18 +62,22 @@ TEST(OwnFiles, KeysNamingTheServicesFiles) {
       {"health/status.json", true, true},
       {"health/status.json.tmp", true, true},
       {"status.json", false, false},
+      {"metrics.prom", true, true},
+      {"metrics.prom.tmp", true, true},
+      {"health/metrics.prom", false, false},
       {"pics/photo.jpg", false, false},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(own.keyProblem(c.key) != nullptr, kWindows ? c.onWindows : c.onLinux) << c.key;
     EXPECT_EQ(own.owns(work + kPathSeparator + c.key), kWindows ? c.onWindows : c.onLinux) << c.key;
   }
-  // Without the log and status settings, those names are pictures like any other.
+  // Without the log, status and metrics settings, those names are pictures like any other.
   const OwnFiles plain(work);
   EXPECT_EQ(plain.keyProblem("logs/kiosk-print-service-2026-11-23.log"), nullptr);
   EXPECT_EQ(plain.keyProblem("health/status.json"), nullptr);
+  EXPECT_EQ(plain.keyProblem("metrics.prom"), nullptr);
   // An absolute log folder inside the working directory.
-  const OwnFiles absolute(work, work + kPathSeparator + "var", "");
+  const OwnFiles absolute(work, work + kPathSeparator + "var");
   EXPECT_NE(absolute.keyProblem("var/kiosk-print-service-2026-01-01.log"), nullptr);
 }
 
