@@ -10,7 +10,8 @@ const PrinterConfigValues& startSettings() {
 }
 
 OwnFiles serviceOwnFiles() {
-  return OwnFiles(workingDirectory(), startSettings().LogFolder, {startSettings().StatusFilePath});
+  return OwnFiles(workingDirectory(), startSettings().LogFolder,
+                  {startSettings().StatusFilePath, startSettings().MetricsFilePath});
 }
 
 }  // namespace kps

@@ -12,7 +12,7 @@ namespace kps {
 // publication of PrinterSettings is none.
 const PrinterConfigValues& startSettings();
 
-// From the working directory and the start settings' log folder and status file.
+// From the working directory and the start settings' log folder, status file and metrics file.
 OwnFiles serviceOwnFiles();
 
 }  // namespace kps

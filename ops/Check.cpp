@@ -51,6 +51,20 @@ std::string settingProblem(const ConfigSetting& setting, const PrinterConfigValu
     const std::string problem = writtenFileProblem(values.StatusFilePath, values.LogFolder);
     if (!problem.empty()) return problem + ": the service writes no status file";
   }
+  if (std::string(setting.section) == "MetricsFile" && !values.MetricsFilePath.empty()) {
+    const std::string problem = writtenFileProblem(values.MetricsFilePath, values.LogFolder, values.StatusFilePath);
+    if (!problem.empty()) return problem + ": the service writes no metrics file";
+  }
+  return "";
+}
+
+// What the service takes but a monitoring tool would not: "" when nothing.
+std::string settingWarning(const ConfigSetting& setting, const PrinterConfigValues& values) {
+  const std::string& metrics = values.MetricsFilePath;
+  const std::string suffix = ".prom";
+  if (std::string(setting.section) == "MetricsFile" && !metrics.empty() &&
+      (metrics.size() < suffix.size() || metrics.compare(metrics.size() - suffix.size(), suffix.size(), suffix) != 0))
+    return "the collectors read only files whose names end in .prom";
   return "";
 }
 
@@ -76,10 +90,13 @@ std::optional<PrinterConfigValues> checkConfiguration(CheckReport& report) {
     try {
       applySetting(setting, text, values);
       const std::string problem = settingProblem(setting, values);
-      if (problem.empty())
-        report.ok(what, shown(setting, values));
-      else
+      const std::string warning = settingWarning(setting, values);
+      if (!problem.empty())
         report.fail(what, shown(setting, values) + ": " + problem);
+      else if (!warning.empty())
+        report.warn(what, shown(setting, values) + ": " + warning);
+      else
+        report.ok(what, shown(setting, values));
     } catch (const std::exception& error) {
       report.fail(what, "\"" + text + "\"; the service would end with \"" + error.what() + "\"");
       complete = false;

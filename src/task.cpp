@@ -27,6 +27,7 @@
 #include "ops/Dispatch.h"
 #include "store/Database.h"
 #include "store/Runtime.h"
+#include "upkeep/MetricsFile.h"
 #include "upkeep/PictureRetention.h"
 #include "upkeep/PrinterWatch.h"
 #include "upkeep/StatusFile.h"
@@ -124,11 +125,22 @@ void syncLoop() {
     else
       kps::logLine(KPS_TAG_TASK, __LINE__, "[StatusFile] path refused, no status file is written: ", problem);
   }
+  // The same for [MetricsFile]; the printer is read only when something asks.
+  kps::PrinterWatch printer(optIn.PrinterName, optIn.MediaLowPrints);
+  std::unique_ptr<kps::MetricsFile> metrics;
+  if (!optIn.MetricsFilePath.empty()) {
+    const std::string problem = kps::writtenFileProblem(optIn.MetricsFilePath, optIn.LogFolder, optIn.StatusFilePath);
+    if (problem.empty())
+      metrics = std::make_unique<kps::MetricsFile>(optIn.MetricsFilePath, printer);
+    else
+      kps::logLine(KPS_TAG_TASK, __LINE__, "[MetricsFile] path refused, no metrics file is written: ", problem);
+  }
   for (;;) {
     sharedDatabase->syncStatus(url);
     // Opt-in: without PictureRetentionDays nothing here runs.
     if (retentionDays > 0 && retention.due())
       kps::removeExpiredPictures(*sharedDatabase, retention, retentionDays, std::time(nullptr));
+    if (metrics) metrics->writeIfDue(std::time(nullptr));
     if (status) status->writeIfDue(std::time(nullptr));
     // [MediaLow] alone still has the log say when the media runs low (read once a minute).
     if (optIn.MediaLowPrints > 0) printer.state();

@@ -58,6 +58,13 @@ class Commands : public Journey {
          restore,
          "FAIL config.ini [StatusFile] path: \"PrintData.db\": PrintData.db is one of the service's own files: the service "
          "writes no status file\n", 1},
+        {"a metrics file over the status file",
+         [&] { root.write(work + "/config.ini", kept + "[StatusFile]\npath=health.prom\n\n[MetricsFile]\npath=health.prom\n"); },
+         restore,
+         "FAIL config.ini [MetricsFile] path: \"health.prom\": health.prom is one of the service's own files: the service "
+         "writes no metrics file\n", 1},
+        {"a metrics file the collectors would not read", [&] { root.write(work + "/config.ini", kept + "[MetricsFile]\npath=kiosk.txt\n"); },
+         restore, "WARN config.ini [MetricsFile] path: \"kiosk.txt\": the collectors read only files whose names end in .prom\n", 0},
         {"a wrong object-store secret", [&] { root.write("sandbox/oss-secret", "another-secret"); },
          [&] { fs::remove(root.file("sandbox/oss-secret")); },
          "FAIL object store https://127.0.0.1:18900 bucket qzlp: SignatureDoesNotMatch: ", 1},

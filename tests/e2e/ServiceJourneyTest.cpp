@@ -6,6 +6,8 @@
 
 #include "base/Log.h"
 #include "tests/e2e/Journey.h"
+#include "tests/support/NodeExporter.h"
+#include "tests/support/PrometheusText.h"
 
 namespace kps {
 namespace {
@@ -132,20 +134,48 @@ TEST_F(ServiceJourney, AFullDiskIsWaitedOutAndNothingIsLost) {
 
 
 
-// [StatusFile]: after a poll, a sync, a printed and a failed order, the heartbeat says each; and
-// `--status` beside the running service finds it fresh and the kiosk healthy.
-TEST_F(ServiceJourney, StatusFileAfterAPrintedAndAFailedOrder) {
-  addToConfig("[StatusFile]\npath=status.json\n");
+// [StatusFile] and [MetricsFile]: after a poll, a sync, a printed and a failed order, the
+// heartbeat says each, and so do the metrics as node_exporter serves them; `--status` beside the
+// running service finds the status file fresh and the kiosk healthy.
+TEST_F(ServiceJourney, StatusAndMetricsFilesAfterAPrintedAndAFailedOrder) {
+  addToConfig("[StatusFile]\npath=status.json\n\n[MetricsFile]\npath=kiosk.prom\n");
   putPicture("p/a.jpg");
   setTasks({task("T-ok", "p/a.jpg"), task("T-bad", "p/a.jpg", 1, "posters")});
+  const double start = static_cast<double>(std::time(nullptr));
   startService();
   rapidjson::Document status;
   const auto read = [&] { return !status.Parse(root.read(work + "/status.json").c_str()).HasParseError() && status.IsObject(); };
+  std::map<std::string, double> metrics;
+  const auto finished = [&](const char* end) {
+    metrics = prometheusSamples(root.read(work + "/kiosk.prom"));
+    const auto found = metrics.find(std::string("kioskprint_orders_finished_total{status=\"") + end + "\"}");
+    return found == metrics.end() ? -1 : found->second;
+  };
   ASSERT_TRUE(waitUntil([&] {
     return lastReport("T-ok") == report("T-ok", 2, 1) && lastReport("T-bad").find("\"status\":4") != std::string::npos &&
            read() && status["today"]["printed"] == 1 && status["today"]["failed"] == 1 && status["lastSync"].IsObject() &&
-           status["lastSync"]["outcome"] == "reported";
-  }, 90s)) << syncLog() << root.read(work + "/status.json");
+           status["lastSync"]["outcome"] == "reported" && finished("printed") == 1 && finished("failed") == 1 &&
+           metrics["kioskprint_backend_last_success_timestamp_seconds{request=\"sync\"}"] >= start;
+  }, 90s)) << syncLog() << root.read(work + "/status.json") << root.read(work + "/kiosk.prom");
+  NodeExporter exporter(root.file(work));
+  ASSERT_TRUE(exporter.ready()) << exporter.log();
+  const auto served = prometheusSamples(exporter.scrape());
+  EXPECT_EQ(served.at("node_textfile_scrape_error"), 0);
+  const std::pair<std::string, double> said[] = {
+      {"kioskprint_orders_finished_total{status=\"printed\"}", 1},
+      {"kioskprint_orders_finished_total{status=\"failed\"}", 1},
+      {"kioskprint_orders_finished_total{status=\"partial\"}", 0},
+      {"kioskprint_orders_failed_total{reason=\"IPP_JOB_HELD_NOT_PRINTER\"}", 1},
+      {"kioskprint_orders_failed_total{reason=\"none\"}", 0},
+      {"kioskprint_orders_pending", 0},
+      {"kioskprint_printer_ready{printer=\"kps-virtual\"}", 1},
+      {"kioskprint_backend_requests_failed_total{request=\"download\"}", 0},
+  };
+  for (const auto& [series, value] : said) {
+    ASSERT_EQ(served.count(series), 1u) << series << "\n" << root.read(work + "/kiosk.prom");
+    EXPECT_EQ(served.at(series), value) << series;
+  }
+  EXPECT_GE(served.at("kioskprint_backend_last_success_timestamp_seconds{request=\"poll\"}"), start);
   EXPECT_FALSE(std::string(status["version"].GetString()).empty());
   EXPECT_TRUE(std::regex_match(status["time"].GetString(), std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)")));
   EXPECT_EQ(std::string(status["lastPoll"]["outcome"].GetString()), "HTTP 200, code \"100\", 2 task(s)");
@@ -157,6 +187,7 @@ TEST_F(ServiceJourney, StatusFileAfterAPrintedAndAFailedOrder) {
   EXPECT_EQ(std::string(status["lastFailure"]["task"].GetString()), "T-bad");
   EXPECT_EQ(std::string(status["lastFailure"]["failReason"].GetString()), "IPP_JOB_HELD_NOT_PRINTER");
   EXPECT_FALSE(fs::exists(root.file(work + "/status.json.tmp")));
+  EXPECT_FALSE(fs::exists(root.file(work + "/kiosk.prom.tmp")));
 
   EXPECT_EQ(runCommand({"--status"}), 0) << commandOut;
   for (const char* line : {"): 1 printed, 1 failed\n", "failure reasons the last 7 days: IPP_JOB_HELD_NOT_PRINTER 1\n",

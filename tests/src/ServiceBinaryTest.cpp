@@ -11,6 +11,7 @@
 #include "base/Log.h"
 #include "Deployment.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/PrometheusText.h"
 #include "tests/support/SampleConfig.h"
 #include "tests/support/SqliteFile.h"
 #include "tests/support/WaitUntil.h"
@@ -80,21 +81,58 @@ TEST(ServiceBinary, StartFailuresEndTheProcessWithTheirMessages) {
     }
 }
 
-// [StatusFile] naming one of the service's own files: refused with one line at start, and the
-// file is never replaced.
-TEST(ServiceBinary, AStatusFileOverItsOwnFilesIsRefused) {
+// [StatusFile] or [MetricsFile] naming one of the service's own files (for the metrics file,
+// the status file's too): refused with one line at start, and the file is never replaced.
+TEST(ServiceBinary, AFileForMonitoringOverTheServicesOwnFilesIsRefused) {
   TempDir dir;
-  for (const std::string& path : {std::string("config.ini"), std::string("PrintData.db"), dir.file("PrintData.db-wal")}) {
-    SCOPED_TRACE(path);
-    const std::string config = sampleConfig({}) + "[StatusFile]\npath=" + path + "\n";
+  struct Case {
+    const char* section;
+    const char* file;  // as the line names it
+    std::string path, beside;
+  };
+  const Case cases[] = {
+      {"StatusFile", "status", "config.ini", ""},
+      {"StatusFile", "status", "PrintData.db", ""},
+      {"StatusFile", "status", dir.file("PrintData.db-wal"), ""},
+      {"MetricsFile", "metrics", "config.ini", ""},
+      {"MetricsFile", "metrics", dir.file("PrintData.db-shm"), ""},
+      {"MetricsFile", "metrics", "health.prom", "[StatusFile]\npath=health.prom\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.section) + " " + c.path);
+    const std::string config = sampleConfig({}) + c.beside + "[" + c.section + "]\npath=" + c.path + "\n";
     dir.write("config.ini", config);
     ChildProcess service({KPS_BINARY}, dir.path());
-    EXPECT_TRUE(service.waitForOutput("] [StatusFile] path refused, no status file is written: " + path +
-                                      " is one of the service's own files\n", 10s)) << service.out();
+    EXPECT_TRUE(service.waitForOutput("] [" + std::string(c.section) + "] path refused, no " + c.file +
+                                      " file is written: " + c.path + " is one of the service's own files\n", 10s))
+        << service.out();
     EXPECT_TRUE(service.waitForOutput("] url : ", 10s));
     service.kill();
     EXPECT_EQ(dir.read("config.ini"), config);
     EXPECT_EQ(SqliteFile(dir.file("PrintData.db")).scalar("PRAGMA integrity_check"), "ok");
+  }
+}
+
+// [MetricsFile] is opt-in: with it the file is there after the sync loop's first turn, with the
+// configured printer and the heartbeat; without it there is none. The status file, written
+// after it in the same turn, says when that turn is over.
+TEST(ServiceBinary, AMetricsFileOnlyWithItsSetting) {
+  for (const bool configured : {true, false}) {
+    SCOPED_TRACE(configured ? "with [MetricsFile]" : "without");
+    TempDir dir;
+    dir.write("config.ini", sampleConfig({}) + "[StatusFile]\npath=status.json\n" +
+                                (configured ? "[MetricsFile]\npath=kiosk.prom\n" : ""));
+    const std::time_t start = std::time(nullptr);
+    ChildProcess service({KPS_BINARY}, dir.path());
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(dir.file("status.json")); }, 20s)) << service.out();
+    EXPECT_EQ(std::filesystem::exists(dir.file("kiosk.prom")), configured);
+    if (!configured) continue;
+    const auto samples = prometheusSamples(dir.read("kiosk.prom"));
+    EXPECT_EQ(samples.count("kioskprint_printer_ready{printer=\"EPSON L8160 Series\"}"), 1u) << dir.read("kiosk.prom");
+    const double started = samples.at("kioskprint_start_time_seconds"), written = samples.at("kioskprint_metrics_written_timestamp_seconds");
+    EXPECT_LE(start, started);
+    EXPECT_LE(started, written);
+    EXPECT_LE(written, std::time(nullptr));
   }
 }
 
