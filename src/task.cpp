@@ -126,7 +126,6 @@ void syncLoop() {
       kps::logLine(KPS_TAG_TASK, __LINE__, "[StatusFile] path refused, no status file is written: ", problem);
   }
   // The same for [MetricsFile]; the printer is read only when something asks.
-  kps::PrinterWatch printer(optIn.PrinterName, optIn.MediaLowPrints);
   std::unique_ptr<kps::MetricsFile> metrics;
   if (!optIn.MetricsFilePath.empty()) {
     const std::string problem = kps::writtenFileProblem(optIn.MetricsFilePath, optIn.LogFolder, optIn.StatusFilePath);

@@ -103,7 +103,7 @@ TEST(StatusFileWrites, ThePrinterAsLastReadWithItsConditionAndMedia) {
     OutputWatcher log;
     // Written after two print runs within the minute: the printer is asked once.
     for (int run = 0; run < 2; ++run) {
-      Health::instance().runEnded = true;
+      ++Health::instance().runsEnded;
       status.writeIfDue(now, tick + std::chrono::seconds(run));
     }
     EXPECT_EQ(reads, next + 1);
