@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/e2e/Journey.h"
+#include "tests/support/PrometheusText.h"
 
 namespace kps {
 namespace {
@@ -13,32 +14,6 @@ namespace {
 #else
 #define KPS_REAL_MINUTES_SKIPPED (void)0
 #endif
-
-// Paper out mid-job, refilled after the time-out, once as the service always was and once with
-// [TimedOutJobs] value=cancel: the order says IPP_TIME_OUT both times, but only the first job
-// comes out after the refill. Takes two minutes: each wait runs its whole minute.
-TEST_F(ServiceJourney, PaperOutMidJobRefilledAfterTheTimeOut) {
-  writeConfig("kps-script", "256", "258");
-  putPicture("p/a.jpg");
-  std::vector<std::string> tasks;
-  for (const bool cancel : {false, true}) {
-    SCOPED_TRACE(cancel ? "cancel" : "as always");
-    const std::string id = cancel ? "T-cancelled" : "T-left";
-    if (cancel) addToConfig("[TimedOutJobs]\nvalue=cancel\n");
-    root.write("sandbox/cups/script-mode", "hang");
-    tasks.push_back(task(id, "p/a.jpg"));
-    setTasks(tasks);
-    startService();
-    ASSERT_TRUE(waitUntil([&] { return lastReport(id) == report(id, 4, 0, "IPP_TIME_OUT"); }, 120s)) << syncLog();
-    const int job = lastJob();
-    EXPECT_EQ(service->out().find("] Cancelling the timed-out job " + std::to_string(job) + " on printer kps-script\n") !=
-                  std::string::npos, cancel) << service->out();
-    service.reset();
-    root.write("sandbox/cups/script-mode", "ok");  // the paper is refilled
-    ASSERT_TRUE(waitUntil([&] { return output("CUPS_SERVER=localhost:18631 lpstat -o").empty(); }, 30s));
-    EXPECT_EQ(pagesOut().count(job), cancel ? 0u : 1u);
-  }
-}
 
 // The power cut mid-job, for a one-copy order and during the second copy of a three-copy one,
 // with and without [WaitForPrinter]: the job already handed over still comes out, and the
@@ -192,14 +167,21 @@ TEST_F(ServiceJourney, APrinterThatNeedsAPersonIsWaitedFor) {
 
 // Prints left where an operator looks, through the whole service: a queue whose driver reports
 // its media after every job (the test backend does it as dye-sub drivers do) shows the prints
-// left in the status file going down by one a print, low at [MediaLow], and out of media at
-// none; --status needs attention then. The printer is read at most once a minute.
+// left in the status file and the metrics file going down by one a print, low at [MediaLow], and
+// out of media at none; --status needs attention then. The printer is read at most once a minute.
 TEST_F(ServiceJourney, PrintsLeftGoDownWhereOperatorsLook) {
   KPS_REAL_MINUTES_SKIPPED;
   writeConfig("kps-script", "256", "258");
-  addToConfig("[StatusFile]\npath=status.json\n[MediaLow]\nprints=1\n");
+  addToConfig("[StatusFile]\npath=status.json\n[MetricsFile]\npath=kiosk.prom\n[MediaLow]\nprints=1\n");
   setMediaLeft(2);
   for (const char* key : {"p/1.jpg", "p/2.jpg"}) putPicture(key);
+  // The metrics file says the same: the prints left, and the condition's series.
+  const auto metric = [&](const std::string& series, double value) {
+    const auto samples = prometheusSamples(root.read(work + "/kiosk.prom"));
+    const auto found = samples.find(series);
+    return found != samples.end() && found->second == value;
+  };
+  const std::string prints = "kioskprint_printer_media_remaining_prints{media=\"4x6\",printer=\"kps-script\"}";
   const auto printer = [&](const std::string& object) {
     return waitUntil([&] { return root.read(work + "/status.json").find("\"printer\":{\"name\":\"kps-script\"," + object) != std::string::npos; },
                      150s);
@@ -209,10 +191,15 @@ TEST_F(ServiceJourney, PrintsLeftGoDownWhereOperatorsLook) {
   ASSERT_TRUE(waitUntil([&] { return lastReport("T-1") == report("T-1", 2, 1); }, 60s)) << syncLog();
   EXPECT_TRUE(printer(R"("ready":true,"conditions":["media-low"],"message":null,"media":"4x6","remainingPrints":1})"))
       << root.read(work + "/status.json");
+  EXPECT_TRUE(waitUntil([&] { return metric(prints, 1); }, 40s)) << root.read(work + "/kiosk.prom");
   setTasks({task("T-1", "p/1.jpg"), task("T-2", "p/2.jpg")});
   ASSERT_TRUE(waitUntil([&] { return lastReport("T-2") == report("T-2", 2, 1); }, 60s)) << syncLog();
   EXPECT_TRUE(printer(R"("ready":false,"conditions":["media-empty"],"message":null,"media":"4x6","remainingPrints":0})"))
       << root.read(work + "/status.json");
+  EXPECT_TRUE(waitUntil([&] {
+    return metric(prints, 0) && metric("kioskprint_printer_condition{condition=\"media-empty\",printer=\"kps-script\"}", 1) &&
+           metric("kioskprint_printer_ready{printer=\"kps-script\"}", 0);
+  }, 40s)) << root.read(work + "/kiosk.prom");
   EXPECT_NE(service->out().find("] printer condition: media-low\n"), std::string::npos) << service->out();
   EXPECT_NE(service->out().find("] printer condition: media-empty\n"), std::string::npos) << service->out();
   EXPECT_EQ(runCommand({"--status"}), 1) << commandOut;

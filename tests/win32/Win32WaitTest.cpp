@@ -260,50 +260,39 @@ TEST_F(Win32Wait, ACopyRecordedBeforeAStopIsFollowedOrMadeAnew) {
   }
 }
 
-// The printer's condition before a copy, from its record: what a person set always; the
-// device's bits only while a job despools (Wine's records never say, so they are scripted).
-TEST_F(Win32Wait, ThePrintersConditionFromItsRecord) {
-  const std::tuple<DWORD, DWORD, const char*> rows[] = {
-      {0, 0, ""},
-      {0, PRINTER_STATUS_PAPER_OUT, ""},  // no job: what the last one left
-      {PRINTER_ATTRIBUTE_WORK_OFFLINE, 0, "offline (offline)"},
-      {0, PRINTER_STATUS_PAUSED, "paused by an operator (paused)"},
-  };
-  for (const auto& [attributes, status, needs] : rows) {
-    addedAttributes = attributes, addedStatus = status;
-    const PrinterState state = manager.ReadPrinterState(L"virtual");
-    EXPECT_TRUE(state.known);
-    EXPECT_EQ(state.name, "kps-virtual");
-    EXPECT_EQ(state.needsPersonText(), needs) << std::hex << status;
-  }
-}
-
-// The media left, where the driver answers the bidirectional schema: the first consumable's
+// The printer as read before a copy: its condition from its record (what a person set always;
+// the device's bits only while a job despools; Wine's records never say, so they are scripted),
+// and the media left where the driver answers the bidirectional schema: the first consumable's
 // level in percent (-1: it cannot tell); none where the channel is not there.
-TEST_F(Win32Wait, TheMediaLeftThroughTheBidirectionalSchema) {
+TEST_F(Win32Wait, ThePrintersConditionAndMediaAsRead) {
+  using Consumables = std::vector<std::pair<std::wstring, int>>;
   struct Row {
-    std::vector<std::pair<std::wstring, int>> answers;
+    DWORD attributes, status;
+    Consumables answers;
+    const char* needs;     // what stops it, as a log line says it
     const char* expected;  // "name|percent", '-' unknown; "none": no media
   };
   const Row rows[] = {
-      {{{L"\\Printer.Consumables.Ribbon:Type", 0}, {L"\\Printer.Consumables.Ribbon:Level", 37},
-        {L"\\Printer.Consumables.Paper:Level", 80}},
-       "Ribbon|37"},
-      {{{L"\\Printer.Consumables.Ribbon.Level", 12}}, "Ribbon|12"},
-      {{{L"\\Printer.Consumables.Ribbon:Level", -1}}, "Ribbon|-"},
-      {{{L"\\Printer.DeviceInfo:ModelName", 0}}, "none"},
-      {{}, "none"},
+      {0, 0, {}, "", "none"},
+      {0, PRINTER_STATUS_PAPER_OUT, {}, "", "none"},  // no job: what the last one left
+      {PRINTER_ATTRIBUTE_WORK_OFFLINE, 0, {}, "offline (offline)", "none"},
+      {0, PRINTER_STATUS_PAUSED, {}, "paused by an operator (paused)", "none"},
+      {0, 0, {{L"\\Printer.Consumables.Ribbon:Type", 0}, {L"\\Printer.Consumables.Ribbon:Level", 37},
+              {L"\\Printer.Consumables.Paper:Level", 80}}, "", "Ribbon|37"},
+      {0, 0, {{L"\\Printer.Consumables.Ribbon.Level", 12}}, "", "Ribbon|12"},
+      {0, 0, {{L"\\Printer.Consumables.Ribbon:Level", -1}}, "", "Ribbon|-"},
+      {0, 0, {{L"\\Printer.DeviceInfo:ModelName", 0}}, "", "none"},
   };
-  for (const auto& [answers, expected] : rows) {
-    consumables = answers;
+  for (const Row& row : rows) {
+    addedAttributes = row.attributes, addedStatus = row.status, consumables = row.answers, boundPrinter.clear();
     const PrinterState state = manager.ReadPrinterState(L"virtual");
+    EXPECT_EQ(state.name, "kps-virtual");
+    EXPECT_EQ(state.needsPersonText(), row.needs) << std::hex << row.status;
     const std::string seen = state.media ? state.media->name + "|" +
                                                (state.media->levelPercent ? std::to_string(*state.media->levelPercent) : "-")
                                          : "none";
-    EXPECT_EQ(seen, expected);
-    if (!answers.empty()) {
-      EXPECT_EQ(boundPrinter, L"kps-virtual");
-    }
+    EXPECT_EQ(seen, row.expected);
+    EXPECT_EQ(boundPrinter, row.answers.empty() ? L"" : L"kps-virtual");
     EXPECT_FALSE(state.media && state.media->remainingPrints);  // the schema knows percent only
   }
 }
