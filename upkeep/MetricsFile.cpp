@@ -71,11 +71,7 @@ void printer(MetricsText& out, const std::string& name, const PrinterState& stat
 }  // namespace
 
 MetricsFile::MetricsFile(std::string path, PrinterWatch& printer, std::string storePath)
-    : file_(std::move(path), std::chrono::seconds(30), "metrics file"), printer_(printer), storePath_(std::move(storePath)) {}
-
-void MetricsFile::writeIfDue(std::time_t now, std::chrono::steady_clock::time_point tick) {
-  file_.writeIfDue([&] { return render(now, tick); }, tick);
-}
+    : UpkeepFile(std::move(path), std::chrono::seconds(30), "metrics file", printer, std::move(storePath)) {}
 
 std::string MetricsFile::render(std::time_t now, std::chrono::steady_clock::time_point tick) {
   MetricsText out;
@@ -86,10 +82,9 @@ std::string MetricsFile::render(std::time_t now, std::chrono::steady_clock::time
   out.family("kioskprint_metrics_written_timestamp_seconds", "gauge", "When this file was written, in seconds since 1970.");
   out.sample(now);
 
-  if (!store_ || !store_->opened()) store_ = std::make_unique<StoreReader>(storePath_);
-  orders(out, *store_);
+  orders(out, store());
   counts(out, Health::instance().counts());
-  printer(out, printer_.printerName(), printer_.state(tick));
+  printer(out, watch().printerName(), watch().state(tick));
   return out.text();
 }
 

@@ -7,31 +7,17 @@
 
 #include <chrono>
 #include <ctime>
-#include <memory>
 #include <string>
 
-#include "store/StoreReader.h"
-#include "upkeep/PrinterWatch.h"
-#include "upkeep/ScheduledFile.h"
+#include "upkeep/UpkeepFile.h"
 
 namespace kps {
 
-class MetricsFile {
+class MetricsFile : public UpkeepFile {
  public:
-  // `printer` is the sync loop's watch, read at most once a minute whoever asks.
+  // Once every 30 s and after every print run; `printer` is the sync loop's watch.
   MetricsFile(std::string path, PrinterWatch& printer, std::string storePath = "PrintData.db");
-
-  // Writes when 30 s (of the steady clock) have passed since the last write, or a print run has
-  // ended since; see ScheduledFile.
-  void writeIfDue(std::time_t now, std::chrono::steady_clock::time_point tick = std::chrono::steady_clock::now());
-  // The text as it stands now.
-  std::string render(std::time_t now, std::chrono::steady_clock::time_point tick = std::chrono::steady_clock::now());
-
- private:
-  ScheduledFile file_;
-  PrinterWatch& printer_;
-  std::string storePath_;
-  std::unique_ptr<StoreReader> store_;  // kept open: its page cache stays warm between writes
+  std::string render(std::time_t now, std::chrono::steady_clock::time_point tick = std::chrono::steady_clock::now()) override;
 };
 
 }  // namespace kps

@@ -37,11 +37,7 @@ const char* const kRecent = "local ORDER BY rowid DESC LIMIT 2000";
 }  // namespace
 
 StatusFile::StatusFile(std::string path, PrinterWatch& printer, std::string storePath)
-    : file_(std::move(path), std::chrono::minutes(1), "status file"), printer_(printer), storePath_(std::move(storePath)) {}
-
-void StatusFile::writeIfDue(std::time_t now, std::chrono::steady_clock::time_point tick) {
-  file_.writeIfDue([&] { return render(now, tick); }, tick);
-}
+    : UpkeepFile(std::move(path), std::chrono::minutes(1), "status file", printer, std::move(storePath)) {}
 
 std::string StatusFile::render(std::time_t now, std::chrono::steady_clock::time_point tick) {
   rapidjson::StringBuffer text;
@@ -52,7 +48,7 @@ std::string StatusFile::render(std::time_t now, std::chrono::steady_clock::time_
   exchange(json, "lastPoll", Health::instance().lastPoll(), false);
   exchange(json, "lastSync", Health::instance().lastSync(), true);
 
-  const PrinterState& printer = printer_.state(tick);
+  const PrinterState& printer = watch().state(tick);
   const auto optionalText = [&](const std::string& text) { text.empty() ? json.Null() : json.String(text.c_str()); };
   json.Key("printer"), json.StartObject();
   json.Key("name"), optionalText(printer.known ? printer.name : "");
@@ -67,8 +63,7 @@ std::string StatusFile::render(std::time_t now, std::chrono::steady_clock::time_
   else json.Null();
   json.EndObject();
 
-  if (!store_ || !store_->opened()) store_ = std::make_unique<StoreReader>(storePath_);
-  StoreReader& store = *store_;
+  StoreReader& store = this->store();
   const auto [pending, oldest] = store.pendingOrders();
   json.Key("pending"), json.StartObject();
   json.Key("count"), json.Int64(pending);

@@ -8,32 +8,17 @@
 
 #include <chrono>
 #include <ctime>
-#include <memory>
 #include <string>
 
-#include "store/StoreReader.h"
-#include "upkeep/ScheduledFile.h"
+#include "upkeep/UpkeepFile.h"
 
 namespace kps {
 
-class PrinterWatch;
-
-class StatusFile {
+class StatusFile : public UpkeepFile {
  public:
-  // `printer`: the printer as the service last read it, shared with the other upkeep.
+  // Once a minute and after every print run; `printer` is the sync loop's watch.
   StatusFile(std::string path, PrinterWatch& printer, std::string storePath = "PrintData.db");
-
-  // Writes when a minute (of the steady clock) has passed since the last write, or a print run
-  // has ended since; see ScheduledFile.
-  void writeIfDue(std::time_t now, std::chrono::steady_clock::time_point tick = std::chrono::steady_clock::now());
-  // The object as it stands now (`tick`: now on the steady clock, for the printer's minute).
-  std::string render(std::time_t now, std::chrono::steady_clock::time_point tick = std::chrono::steady_clock::now());
-
- private:
-  ScheduledFile file_;
-  PrinterWatch& printer_;
-  std::string storePath_;
-  std::unique_ptr<StoreReader> store_;  // kept open: its page cache stays warm between writes
+  std::string render(std::time_t now, std::chrono::steady_clock::time_point tick = std::chrono::steady_clock::now()) override;
 };
 
 }  // namespace kps
