@@ -62,6 +62,14 @@ TEST_F(ServiceJourney, KilledMidJobAndStartedAgain) {
     release(copy2);
     startService();
     const int copy3 = jobAfter(copy2);
+    // The status sync stamps whole seconds, and a row that changes again in the second of its
+    // stamp is not reported until it changes once more: the third page comes out after that
+    // second, as a real printer's page does.
+    const std::string where = " FROM local WHERE uuid='" + three + "'";
+    ASSERT_TRUE(waitUntil([&] {
+      return db.order(three) == "2|2|-" && db.scalar("SELECT syncTime >= updateTime" + where) == "1" &&
+             db.scalar("SELECT datetime('now', 'localtime') > syncTime" + where) == "1";
+    }, 30s)) << db.order(three);
     release(copy3);
     ASSERT_TRUE(waitUntil([&] { return lastReport(three) == report(three, 2, 3); }, 60s)) << syncLog() << service->out();
     EXPECT_EQ(db.order(three), "2|3|-");
