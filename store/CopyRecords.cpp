@@ -10,18 +10,11 @@ namespace kps {
 void Database::createCopyTable() {
   // jobId: NULL while the copy is planned, 0 while its job is being made (not yet known to the
   // spooler, or not yet recorded), the spooler's id after; result: NULL until the copy ended.
-  static const char* const statements[] = {
-      "CREATE TABLE IF NOT EXISTS jobs (uuid TEXT NOT NULL, copy INTEGER NOT NULL, name TEXT NOT NULL, "
-      "jobId INTEGER, result INTEGER, PRIMARY KEY (uuid, copy));",
-      // The copies not ended yet: what a run looks for among every copy ever made.
-      "CREATE INDEX IF NOT EXISTS jobs_open ON jobs(uuid) WHERE result IS NULL;"};
-  if (!db) return;
-  for (const char* sql : statements) {
-    char* message = nullptr;
-    if (sqlite3_exec(db, sql, nullptr, nullptr, &message) != SQLITE_OK)
-      std::cerr << "Failed to create table jobs: " << (message ? message : "") << std::endl;
-    sqlite3_free(message);
-  }
+  executeEach({"CREATE TABLE IF NOT EXISTS jobs (uuid TEXT NOT NULL, copy INTEGER NOT NULL, name TEXT NOT NULL, "
+               "jobId INTEGER, result INTEGER, PRIMARY KEY (uuid, copy));",
+               // The copies not ended yet: what a run looks for among every copy ever made.
+               "CREATE INDEX IF NOT EXISTS jobs_open ON jobs(uuid) WHERE result IS NULL;"},
+              "Failed to create table jobs: ");
 }
 
 bool Database::writeCopy(const std::string& sql, const std::function<void(SqliteStatement&)>& bind) {

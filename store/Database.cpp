@@ -64,17 +64,20 @@ void Database::createHistoryIndexes() {
   // queries' own text is unchanged (SQLite picks the index from their WHERE clause). Their key
   // is one value for every entry, so SQLite walks them in the table's own row order and the
   // rows come back in the order a scan would give. (An earlier key, status, reordered them.)
-  static const char* const statements[] = {
-      "DROP INDEX IF EXISTS local_unsynced;",
-      "CREATE INDEX IF NOT EXISTS local_unreported ON local((0)) "
-      "WHERE syncTime IS NULL OR updateTime > syncTime;",
-      "CREATE INDEX IF NOT EXISTS local_pending ON local(status) WHERE status = 0;"};
+  // A local table of another shape (kept as found) cannot take them; the store works without.
+  executeEach({"DROP INDEX IF EXISTS local_unsynced;",
+               "CREATE INDEX IF NOT EXISTS local_unreported ON local((0)) "
+               "WHERE syncTime IS NULL OR updateTime > syncTime;",
+               "CREATE INDEX IF NOT EXISTS local_pending ON local(status) WHERE status = 0;"},
+              "Failed to create index: ");
+}
+
+void Database::executeEach(std::initializer_list<const char*> statements, const char* failure) {
   if (!db) return;
   for (const char* sql : statements) {
     char* message = nullptr;
-    // A local table of another shape (kept as found) cannot take them; the store works without.
     if (sqlite3_exec(db, sql, nullptr, nullptr, &message) != SQLITE_OK)
-      std::cerr << "Failed to create index: " << (message ? message : "") << std::endl;
+      std::cerr << failure << (message ? message : "") << std::endl;
     sqlite3_free(message);
   }
 }

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -155,6 +156,8 @@ class Database {
  private:
   void createHistoryIndexes();
   void createCopyTable();
+  // Each statement run on its own; one that fails is one line on standard error, and the rest run.
+  void executeEach(std::initializer_list<const char*> statements, const char* failure);
   // The print run's parts (PrintRun.cpp, PrintCopy.cpp): the orders it takes; one order, false
   // when a copy of it waits for a person; one copy's code; a copy's wait, or its end.
   std::vector<OrderToPrint> ordersToPrint();
