@@ -31,6 +31,9 @@ std::int32_t Database::makeCopy(const OrderToPrint& order, std::int32_t copy, co
       const PrinterState state = manager.ReadPrinterState(printer);
       // Waiting, or given up: either way no job is made.
       if (state.blocksNewJob()) return waitOrGiveUp(state, nullptr);
+      // Seen ready: a wait that ran out ends here, whatever this copy comes to, so that the
+      // printer's next need is waited for again.
+      wait.back();
     }
     recordJobId(order.uuid, copy, 0);  // being made: found by its name if the service stops now
     code = printImage(PrinterSettings.printerName, order.path, order.type, &job);

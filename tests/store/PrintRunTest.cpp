@@ -256,6 +256,7 @@ TEST_F(PrintRunTest, ACopyWaitsForAPersonThenPrintsOnceOrFailsWithNothingLeft) {
       copy->fault = -2;
       return kPrintWaiting;
     }
+    if (copy->jobId == 12) return -6;  // a picture refused: a failure of the copy's own
     return ++printed, 0;
   };
   OutputWatcher log;
@@ -304,6 +305,19 @@ TEST_F(PrintRunTest, ACopyWaitsForAPersonThenPrintsOnceOrFailsWithNothingLeft) {
   EXPECT_EQ(file.order("C"), "4|-|IPP_JOB_HELD_NOT_PRINTER");
   EXPECT_EQ(printed, 1);
   EXPECT_EQ(counted.since(), "printed, failed IPP_JOB_FILE_NOT_EXIST, failed IPP_JOB_HELD_NOT_PRINTER");
+
+  // Seen ready again, though its next copy fails for a reason of its own: the printer's next
+  // need is waited for again, not failed at once.
+  spooler.state = state({});
+  spooler.jobIds = {12};
+  ASSERT_TRUE(store.insertOrder("local", "O", "D", "d.jpg", 0, 1, "postcards"));
+  EXPECT_EQ(run(0s), "print Print Image D 1/1");
+  EXPECT_EQ(file.order("D"), "4|-|IPP_JOB_ABORTED");
+  spooler.state = state({Condition::MediaEmpty});
+  ASSERT_TRUE(store.insertOrder("local", "O", "E", "e.jpg", 0, 1, "postcards"));
+  EXPECT_EQ(run(0s), "");
+  EXPECT_TRUE(store.waitingForPrinter());
+  EXPECT_EQ(file.order("E"), "0|-|-");
 }
 
 }  // namespace
