@@ -182,6 +182,7 @@ TEST_F(Win32Wait, WhatComesOutIsWhatTheBackendIsTold) {
       {"A job in error, set right", {{kPrinting | JOB_STATUS_ERROR, 0}}, 0, 0, true, 0, true, "2|1|-", false},
       {"A job waiting for user intervention, the wait runs out", {{kPrinting | JOB_STATUS_USER_INTERVENTION, 0}}, 0, 0,
        false, 0, true, "4|-|IPP_JOB_STOPPED", true},
+      {"A job held, released", {{JOB_STATUS_PAUSED, 0}}, 0, 0, true, 0, true, "2|1|-", false},
       {"A job held, the wait runs out", {{JOB_STATUS_PAUSED, 0}}, 0, 0, false, 0, true, "4|-|IPP_TIME_OUT", true},
       {"The spooler refuses that cancel", {{JOB_STATUS_PAPEROUT, 0}}, 0, 0, false, ERROR_ACCESS_DENIED,
        true, "4|-|IPP_JOB_HELD", true},
