@@ -236,9 +236,7 @@ TEST_F(CupsPrinterTest, PrintedPageHasThePictureAtItsSizeTopLeft) {
   jobWaitTiming().limitMs = 30000;
   ASSERT_EQ(manager.PrintImage(L"virtual", utf8ToWide(picture), "postcards"), 0);
 
-  std::string kept;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(cups->keptDocumentsDir()))
-    if (entry.is_regular_file() && entry.path().extension() == ".pdf") kept = entry.path().string();
+  const std::string kept = cups->newestKeptPdf();
   ASSERT_FALSE(kept.empty());
   // The job itself carried the paper, tray and media type, as the printer received them.
   const std::string attributes = output("cat " + kept + ".attrs");
@@ -361,12 +359,7 @@ TEST_F(CupsPrinterTest, PrintsLeftGoDownByOneAndRunOutAtNone) {
 TEST_F(CupsPrinterTest, ARealPhotoReachesThePrinterAsThePhotoScaledToTheDrawnRectangle) {
   jobWaitTiming().limitMs = 30000;
   ASSERT_EQ(manager.PrintImage(L"virtual", utf8ToWide(kRealPhoto), "postcards"), 0);
-  // The virtual printer's newest job: its documents are named by its job number.
-  std::string kept;
-  long newest = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(cups->keptDocumentsDir()))
-    if (entry.path().extension() == ".pdf" && std::atol(entry.path().filename().c_str()) > newest)
-      newest = std::atol(entry.path().filename().c_str()), kept = entry.path().string();
+  const std::string kept = cups->newestKeptPdf();
   ASSERT_FALSE(kept.empty());
   EXPECT_LT(std::filesystem::file_size(kept), 2u << 20);
   const std::string images = output("pdfimages -list " + kept + " | tail -n +3");

@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "tests/support/ChildProcess.h"
@@ -42,6 +43,15 @@ class PrivateCups {
   // Stops the scheduler alone and starts it again; it keeps its jobs.
   void restartScheduler() const { sh(script_ + " restart " + state_.path()); }
   std::string keptDocumentsDir() const { return state_.file("eve"); }
+  // The virtual printer's newest kept document (named by its job number), "" for none.
+  std::string newestKeptPdf() const {
+    std::string kept;
+    long newest = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(keptDocumentsDir()))
+      if (entry.path().extension() == ".pdf" && std::atol(entry.path().filename().c_str()) > newest)
+        newest = std::atol(entry.path().filename().c_str()), kept = entry.path().string();
+    return kept;
+  }
   // The scheduler's log (debug level: what each job's filters said), and a PPD whose paper is
   // the virtual printer's, for queues a test adds.
   std::string log() const { return state_.read("log/error_log"); }
