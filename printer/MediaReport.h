@@ -11,9 +11,11 @@
 
 namespace kps {
 
-// From marker-names, marker-levels, marker-low-levels and marker-message (the first marker: a
-// photo printer has one, its ribbon and paper together). None when the driver reports nothing.
+// From marker-names, marker-levels, marker-low-levels, marker-high-levels and marker-message
+// (the first marker: a photo printer has one, its ribbon and paper together). None when the
+// driver reports nothing.
 std::optional<MediaReport> mediaFromMarkers(const std::vector<std::string>& names, const std::vector<int>& levels,
-                                            const std::vector<int>& lowLevels, const std::string& message);
+                                            const std::vector<int>& lowLevels, const std::vector<int>& highLevels,
+                                            const std::string& message);
 
 }  // namespace kps

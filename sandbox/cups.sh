@@ -77,7 +77,13 @@ echo "STATE: -media-empty-error,offline-report" >&2
 left() { cat "$dir/media-left" 2>/dev/null; }
 report() {
   n=\$(left)
-  [ -n "\$n" ] && echo "ATTR: marker-names=Ribbon marker-types=ribbonWax marker-levels=\$((n * 100 / 400)) marker-low-levels=10 marker-message='\$n native prints remaining on 4x6 media'" >&2
+  [ -z "\$n" ] && return 0
+  # DIR/media-counted: a driver that counts, its level in prints of a 400-print roll.
+  if [ -e "$dir/media-counted" ]; then
+    echo "ATTR: marker-names=Ribbon marker-types=ribbonWax marker-levels=\$n marker-high-levels=400 marker-low-levels=40 marker-message='ribbon and paper loaded'" >&2
+  else
+    echo "ATTR: marker-names=Ribbon marker-types=ribbonWax marker-levels=\$((n * 100 / 400)) marker-low-levels=10 marker-message='\$n native prints remaining on 4x6 media'" >&2
+  fi
   return 0
 }
 report

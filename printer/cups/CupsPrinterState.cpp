@@ -18,7 +18,8 @@ PrinterState PrinterManager::ReadPrinterState(const std::wstring& printerName) {
   state.conditions = conditionsFromIpp(answer.state, answer.reasons, answer.accepting);
   state.message = answer.message;
   state.current = answer.state != IPP_PSTATE_IDLE;
-  state.media = mediaFromMarkers(answer.markerNames, answer.markerLevels, answer.markerLowLevels, answer.markerMessage);
+  state.media = mediaFromMarkers(answer.markerNames, answer.markerLevels, answer.markerLowLevels, answer.markerHighLevels,
+                                 answer.markerMessage);
   return state;
 }
 

@@ -71,7 +71,7 @@ PrinterAnswer askPrinter(const std::string& queue) {
   // Never `all`: CUPS 2.4 answers printer-supply-description twice.
   static const char* const wanted[] = {"printer-state",     "printer-state-reasons", "printer-state-message",
                                        "printer-is-accepting-jobs", "marker-names", "marker-levels",
-                                       "marker-low-levels", "marker-message"};
+                                       "marker-low-levels", "marker-high-levels", "marker-message"};
   ipp_t* request = ippNewRequest(IPP_OP_GET_PRINTER_ATTRIBUTES);
   ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, printerUri(queue).c_str());
   ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes",
@@ -96,6 +96,7 @@ PrinterAnswer askPrinter(const std::string& queue) {
   };
   answer.markerLevels = integers("marker-levels");
   answer.markerLowLevels = integers("marker-low-levels");
+  answer.markerHighLevels = integers("marker-high-levels");
   const auto markerMessage = keywords(response.get(), "marker-message");
   if (!markerMessage.empty()) answer.markerMessage = markerMessage.front();
   return answer;

@@ -36,7 +36,7 @@ struct PrinterAnswer {
   bool accepting = true;
   std::string message;
   std::vector<std::string> markerNames;
-  std::vector<int> markerLevels, markerLowLevels;
+  std::vector<int> markerLevels, markerLowLevels, markerHighLevels;
   std::string markerMessage;
 };
 PrinterAnswer askPrinter(const std::string& queue);

@@ -349,6 +349,17 @@ TEST_F(CupsPrinterTest, PrintsLeftGoDownByOneAndRunOutAtNone) {
     const PrinterState now = manager.ReadPrinterState(L"kps-script");
     return now.media && now.media->remainingPrints == 399 && now.ready();
   }, 20s));
+  // A driver that counts its level in prints, of a full count it gives as its high level.
+  cups->setMediaCounted(true);
+  jobWaitTiming().limitMs = 3000;
+  ASSERT_EQ(manager.PrintImage(L"kps-script", utf8ToWide(picture), "postcards"), 0);
+  PrinterState counted;
+  EXPECT_TRUE(waitUntil([&] {
+    counted = manager.ReadPrinterState(L"kps-script");
+    return counted.media && counted.media->remainingPrints == 398;
+  }, 10s));
+  EXPECT_EQ(counted.media ? counted.media->levelPercent : std::nullopt, 99);
+  cups->setMediaCounted(false);
   cups->setMediaLeft(-1);
 }
 

@@ -108,29 +108,34 @@ TEST(PrinterCondition, FromTheSpoolersBits) {
 }
 
 // The media as drivers report it: the prints left and the media's name from a dye-sub driver's
-// message, a level in percent (or, past 100, in prints), -1/-2/-3 unknown, the driver's low mark.
+// message, a level in percent of its high level (a count where that is past 100, or the level
+// alone is), -1/-2/-3 unknown, the driver's low mark in the level's own units.
 TEST(PrinterCondition, MediaFromTheMarkers) {
   struct Row {
     std::vector<std::string> names;
-    std::vector<int> levels, low;
+    std::vector<int> levels, low, high;
     const char* message;
     const char* expected;  // "name|prints|percent|low", '-' for unknown; "none" for no media
   };
   const Row rows[] = {
-      {{"Ribbon"}, {9}, {}, "37 native prints remaining on 4x6 media", "4x6|37|9|0"},
-      {{"Ribbon"}, {9}, {10}, "", "Ribbon|-|9|1"},
-      {{"Ribbon"}, {11}, {10}, "", "Ribbon|-|11|0"},
-      {{"Ribbon"}, {-1}, {}, "", "Ribbon|-|-|0"},
-      {{"Ribbon"}, {-2}, {}, "", "Ribbon|-|-|0"},
-      {{"Ribbon"}, {-3}, {10}, "", "Ribbon|-|-|0"},
-      {{"Media"}, {650}, {}, "", "Media|650|-|0"},
-      {{}, {}, {}, "1 print remaining", "|1|-|0"},
-      {{"Ribbon"}, {0}, {}, "0 native prints remaining on 5x7 media", "5x7|0|0|0"},
-      {{"Ink"}, {40}, {}, "Ink low", "Ink|-|40|0"},
-      {{}, {}, {}, "", "none"},
+      {{"Ribbon"}, {9}, {}, {}, "37 native prints remaining on 4x6 media", "4x6|37|9|0"},
+      {{"Ribbon"}, {9}, {10}, {}, "", "Ribbon|-|9|1"},
+      {{"Ribbon"}, {11}, {10}, {100}, "", "Ribbon|-|11|0"},
+      {{"Ribbon"}, {-1}, {}, {}, "", "Ribbon|-|-|0"},
+      {{"Ribbon"}, {-2}, {}, {}, "", "Ribbon|-|-|0"},
+      {{"Ribbon"}, {-3}, {10}, {}, "", "Ribbon|-|-|0"},
+      {{"Media"}, {650}, {}, {}, "", "Media|650|-|0"},
+      // A count with the full count as its high level: 37 of 400 prints, low at 40 prints.
+      {{"Ribbon"}, {37}, {40}, {400}, "", "Ribbon|37|9|1"},
+      {{"Ribbon"}, {41}, {40}, {400}, "", "Ribbon|41|10|0"},
+      {{"Ribbon"}, {-2}, {40}, {400}, "", "Ribbon|-|-|0"},
+      {{}, {}, {}, {}, "1 print remaining", "|1|-|0"},
+      {{"Ribbon"}, {0}, {}, {}, "0 native prints remaining on 5x7 media", "5x7|0|0|0"},
+      {{"Ink"}, {40}, {}, {}, "Ink low", "Ink|-|40|0"},
+      {{}, {}, {}, {}, "", "none"},
   };
   for (const Row& row : rows) {
-    const auto media = mediaFromMarkers(row.names, row.levels, row.low, row.message);
+    const auto media = mediaFromMarkers(row.names, row.levels, row.low, row.high, row.message);
     const auto text = [](const std::optional<std::int32_t>& n) { return n ? std::to_string(*n) : std::string("-"); };
     const std::string seen = media ? media->name + "|" + text(media->remainingPrints) + "|" + text(media->levelPercent) + "|" +
                                          (media->low ? "1" : "0")

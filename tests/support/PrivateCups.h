@@ -38,6 +38,11 @@ class PrivateCups {
     state_.write("media-left", std::to_string(prints) + "\n");
     ::chmod(state_.file("media-left").c_str(), 0666);  // the backend runs as lp
   }
+  // kps-script reports its media as a driver that counts: prints, of a 400-print roll.
+  void setMediaCounted(bool counted) const {
+    if (counted) state_.write("media-counted", "");
+    else std::remove(state_.file("media-counted").c_str());
+  }
   // The jobs of kps-script whose page came out, in order.
   std::string pages() const { return state_.read("pages"); }
   // Stops the scheduler alone and starts it again; it keeps its jobs.
