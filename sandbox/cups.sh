@@ -11,7 +11,8 @@
 # whose behaviour is read from DIR/script-mode: ok, media-empty, media-empty-stop,
 # media-empty-hold, offline, fail, stop, hang; a waiting mode ends when the file says ok again
 # or DIR/release-JOB exists, and each job that came out is a line, its id, in DIR/pages; with a
-# count in DIR/media-left it reports the prints left and runs out at 0); both
+# count in DIR/media-left it reports the prints left and runs out at 0, as a driver that counts
+# them in its marker level when DIR/media-counted exists); both
 # with the virtual printer's paper (its PPD, kept as DIR/photo.ppd);
 # "kps-ds620" and "kps-cp1300": Gutenprint's drivers for the DNP DS620 and the Canon SELPHY
 # CP1300 (dye-sublimation photo printers), each running its whole filter chain into a file,
